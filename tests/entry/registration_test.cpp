@@ -1,0 +1,96 @@
+// Registration, the exported symbols and the resource description.
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "plugin_fixture.h"
+
+using thost::App;
+
+TEST_F(PluginTest, RegistrationPassesTheEightValuesInOrder) {
+  thost::Host& h = makeHost();
+  EXPECT_EQ(h.registerPlugin(), A_Err_NONE);
+  const thost::Registration& r = h.registration();
+  EXPECT_EQ(r.callCount, 1);
+  EXPECT_EQ(r.name, "Tesselux");
+  EXPECT_EQ(r.matchName, "tesselux");
+  EXPECT_EQ(r.category, "Vornik");
+  EXPECT_EQ(r.entryPoint, "EffectMain");
+  EXPECT_EQ(r.kind, 0x65464B54);  // 'eFKT'
+  EXPECT_EQ(r.apiVersion, 13);
+  EXPECT_EQ(r.apiSubversion, 28);
+  EXPECT_EQ(r.reservedInfo, 8);
+}
+
+TEST_F(PluginTest, RegistrationReturnsTheCallbacksResultUnchanged) {
+  thost::Host& h = makeHost();
+  h.failCall("PluginDataCB", 7);
+  EXPECT_EQ(h.registerPlugin(), 7);
+}
+
+TEST(ExportedSymbols, OnlyTheTwoEntryPointsAreExported) {
+  const std::string cmd = "nm -D --defined-only '" + thost::Host::defaultPluginPath() + "'";
+  FILE* pipe = popen(cmd.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::set<std::string> names;
+  char line[1024];
+  while (fgets(line, sizeof line, pipe)) {
+    std::istringstream in(line);
+    std::string address, type, name;
+    in >> address >> type >> name;
+    if (!name.empty()) names.insert(name);
+  }
+  ASSERT_EQ(pclose(pipe), 0);
+  EXPECT_EQ(names, (std::set<std::string>{"EffectMain", "PluginDataEntryFunction"}));
+}
+
+namespace {
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// The value list of one PiPL property, without comments and surrounding space.
+std::string piplProperty(const std::string& text, const std::string& key) {
+  const std::regex re(key + R"(\s*\{([^}]*)\})");
+  std::smatch m;
+  if (!std::regex_search(text, m, re)) return "<missing " + key + ">";
+  std::string v = std::regex_replace(m[1].str(), std::regex(R"(/\*.*?\*/)"), "");
+  v = std::regex_replace(v, std::regex(R"(\s+)"), "");
+  return v;
+}
+
+}  // namespace
+
+TEST_F(PluginTest, ResourceDescriptionMatchesRegistrationAndGlobalSetup) {
+  const std::string pipl = readFile(std::string(TESSELUX_SOURCE_DIR) + "/resources/tesselux_pipl.r");
+  ASSERT_FALSE(pipl.empty());
+
+  thost::Host& h = makeHost();
+  ASSERT_EQ(h.registerPlugin(), A_Err_NONE);
+  ASSERT_EQ(h.globalSetup(), PF_Err_NONE);
+  const thost::Registration& r = h.registration();
+  const PF_OutData& out = h.outData();
+
+  EXPECT_EQ(piplProperty(pipl, "Kind"), "AEEffect");
+  EXPECT_EQ(piplProperty(pipl, "Name"), "\"" + r.name + "\"");
+  EXPECT_EQ(piplProperty(pipl, "Category"), "\"" + r.category + "\"");
+  EXPECT_EQ(piplProperty(pipl, "AE_Effect_Match_Name"), "\"" + r.matchName + "\"");
+  EXPECT_EQ(piplProperty(pipl, "CodeMacIntel64"), "\"" + r.entryPoint + "\"");
+  EXPECT_EQ(piplProperty(pipl, "CodeMacARM64"), "\"" + r.entryPoint + "\"");
+  EXPECT_EQ(piplProperty(pipl, "AE_Effect_Spec_Version"),
+            std::to_string(r.apiVersion) + "," + std::to_string(r.apiSubversion));
+  EXPECT_EQ(piplProperty(pipl, "AE_Reserved_Info"), std::to_string(r.reservedInfo));
+  EXPECT_EQ(std::stoul(piplProperty(pipl, "AE_Effect_Version"), nullptr, 0), out.my_version);
+  EXPECT_EQ(static_cast<A_long>(std::stoul(piplProperty(pipl, "AE_Effect_Global_OutFlags"),
+                                           nullptr, 0)),
+            out.out_flags);
+  EXPECT_EQ(static_cast<A_long>(std::stoul(piplProperty(pipl, "AE_Effect_Global_OutFlags_2"),
+                                           nullptr, 0)),
+            out.out_flags2);
+}
