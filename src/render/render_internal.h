@@ -1,0 +1,40 @@
+// Internal seams of the renderer, for tests and benchmarks: the same entry
+// points with a substitute allocator and an observer that sees the kernel's
+// per-block arrays before they are freed. The public entry points pass no
+// hooks; the cost is one null check per call.
+#pragma once
+
+#include "aesdk/aesdk.h"
+#include "params/param_values.h"
+#include "render/allocator.h"
+
+// What the kernel decided for one render, valid only during the observe call.
+struct KernelSnapshot {
+  // Grid after the downsample and the 0-becomes-1 rule.
+  A_long width, height, blockWidth, blockHeight, columns, rows;
+  long long blocks;
+  long long attempts;
+  // Kernel inputs after conversion.
+  A_long strength, spread, probability, nframes;
+  A_u_short intensity;
+  // Per-block arrays, `blocks` entries each.
+  const A_u_long* idx;      // destination, (row << 16) | column
+  const A_u_char* frame;    // 0 current frame, k time frame k
+  const A_u_short* maskval; // 0..32768
+  const A_u_char* flag;     // 1 drawn
+  // Stream states (w-half, z-half) after the shuffle loop.
+  long long shuffleW, shuffleZ, maskW, maskZ, timeW, timeZ;
+};
+
+struct RenderHooks {
+  RenderAllocator allocator;  // also used for the time frame copies
+  void (*observe)(const KernelSnapshot& snapshot, void* context);
+  void* observeContext;
+};
+
+PF_Err renderARGB8WithHooks(PF_LayerDef* input, PF_LayerDef* output, ParamValues values, float downsample,
+                            const RenderHooks& hooks);
+PF_Err renderARGB16WithHooks(PF_LayerDef* input, PF_LayerDef* output, ParamValues values, float downsample,
+                             const RenderHooks& hooks);
+PF_Err renderARGB32WithHooks(PF_LayerDef* input, PF_LayerDef* output, ParamValues values, float downsample,
+                             const RenderHooks& hooks);

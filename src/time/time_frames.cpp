@@ -1,0 +1,153 @@
+#include "time/time_frames.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+namespace {
+
+struct Rect {
+  long long left, top, right, bottom;  // wide so that origin + size cannot overflow
+};
+
+Rect worldRect(const PF_LayerDef* w) {
+  return Rect{w->origin_x, w->origin_y, static_cast<long long>(w->origin_x) + w->width,
+              static_cast<long long>(w->origin_y) + w->height};
+}
+
+bool sameRect(const Rect& a, const Rect& b) {
+  return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
+}
+
+// Row stride in channel elements; rowbytes is divided by an arithmetic shift.
+template <typename T>
+A_long elementStride(const PF_LayerDef* w) {
+  constexpr int shift = sizeof(T) == 1 ? 0 : sizeof(T) == 2 ? 1 : 2;
+  return w->rowbytes >> shift;
+}
+
+}  // namespace
+
+template <typename T>
+int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_LayerDef* const* layers,
+                      int sharedMode, T /*depthValue*/, const RenderAllocator* allocator) {
+  // The set is not zeroed by its owner. Clearing these first means that an
+  // early exit leaves nothing for CleanUpTimeFrames to free.
+  set->ownsCopies = 0;
+  set->count = 0;
+  set->missingCount = 0;
+  if (n > TIME_FRAMES_CAPACITY) n = TIME_FRAMES_CAPACITY;
+
+  if (sharedMode) {
+    // A zero time step samples the current frame every time: no layer is
+    // looked at, every entry is the source itself.
+    for (int i = 0; i < n; ++i) {
+      set->present[i] = 1;
+      set->frames[i] = source->data;
+      set->strides[i] = elementStride<T>(source);
+    }
+    set->count = n;
+    return n;
+  }
+
+  int missing = 0;
+  for (int i = 0; i < n; ++i) {
+    const PF_LayerDef* layer = layers[i];
+    if (!layer) {
+      set->present[i] = 0;
+      ++missing;
+      continue;
+    }
+    set->present[i] = 1;
+    set->frames[i] = layer->data;
+    set->strides[i] = elementStride<T>(layer);
+    if (!layer->data) return 0;  // a frame without pixels: render without time frames
+  }
+  set->missingCount = missing;
+  // The compaction below walks one slot past the last input slot; marking it
+  // absent keeps that walk on initialised entries.
+  if (n >= 0 && n < TIME_FRAMES_CAPACITY) set->present[n] = 0;
+
+  const Rect src = worldRect(source);
+  Rect u = src;
+  for (int i = 0; i < n; ++i) {
+    if (!set->present[i]) continue;
+    const Rect r = worldRect(layers[i]);
+    if (r.left < u.left) u.left = r.left;
+    if (r.top < u.top) u.top = r.top;
+    if (r.right > u.right) u.right = r.right;
+    if (r.bottom > u.bottom) u.bottom = r.bottom;
+  }
+  bool needCopies = !sameRect(u, src);
+  for (int i = 0; i < n && !needCopies; ++i) {
+    if (set->present[i] && !sameRect(worldRect(layers[i]), u)) needCopies = true;
+  }
+
+  if (!needCopies) {
+    // Every present layer has the source's rectangle: borrow the host's
+    // pixels and close up the gaps left by missing slots.
+    int absent = 0;
+    if (missing > 0 && n >= 0) {
+      int offset = 0;
+      for (int i = 0; i <= n && i < TIME_FRAMES_CAPACITY; ++i) {
+        if (set->present[i]) {
+          set->frames[i + offset] = set->frames[i];
+          set->strides[i + offset] = set->strides[i];
+        } else {
+          --offset;
+          if (i < n) ++absent;
+        }
+      }
+    }
+    set->count = n - absent;
+    return set->count;
+  }
+
+  // Padded copies over the union rectangle, transparent black outside each
+  // frame's own rectangle.
+  const long long unionW = u.right - u.left;
+  const long long unionH = u.bottom - u.top;
+  const long long copyStride = 4 * unionW;  // in elements
+  const size_t copyBytes = static_cast<size_t>(unionH) * static_cast<size_t>(copyStride) * sizeof(T);
+  int j = 0;
+  for (int i = 0; i < n; ++i) {
+    if (!set->present[i]) continue;
+    T* copy = static_cast<T*>(renderAllocate(allocator, copyBytes ? copyBytes : 1));
+    if (!copy) {
+      // Out of memory: give back what was made and render without time frames.
+      for (int k = 0; k < j; ++k) free(set->buffers[k]);
+      set->count = 0;
+      return 0;
+    }
+    memset(copy, 0, copyBytes);
+    set->buffers[j] = copy;
+    const PF_LayerDef* layer = layers[i];
+    const Rect r = worldRect(layer);
+    const unsigned char* rowIn = static_cast<const unsigned char*>(static_cast<const void*>(layer->data));
+    const size_t rowBytesCopied = layer->width > 0 ? static_cast<size_t>(layer->width) * 4 * sizeof(T) : 0;
+    for (A_long row = 0; row < layer->height; ++row) {
+      // Offsets are computed in 64 bits: rows times rowbytes can exceed 2^31.
+      T* dst = copy + (r.top - u.top + row) * copyStride + 4 * (r.left - u.left);
+      memcpy(dst, rowIn + static_cast<ptrdiff_t>(row) * layer->rowbytes, rowBytesCopied);
+    }
+    set->frames[j] = copy + (src.top - u.top) * copyStride + 4 * (src.left - u.left);
+    set->strides[j] = static_cast<A_long>(copyStride);
+    ++j;
+  }
+  set->ownsCopies = 1;
+  set->count = n - missing;
+  return set->count;
+}
+
+void CleanUpTimeFrames(TimeFrames* set) {
+  if (set->ownsCopies && set->count > 0) {
+    for (A_long j = 0; j < set->count; ++j) free(set->buffers[j]);
+  }
+  set->ownsCopies = 0;  // a second clean-up frees nothing
+}
+
+template int PrepareTimeFrames<unsigned char>(TimeFrames*, int, const PF_LayerDef*, PF_LayerDef* const*,
+                                              int, unsigned char, const RenderAllocator*);
+template int PrepareTimeFrames<unsigned short>(TimeFrames*, int, const PF_LayerDef*, PF_LayerDef* const*,
+                                               int, unsigned short, const RenderAllocator*);
+template int PrepareTimeFrames<float>(TimeFrames*, int, const PF_LayerDef*, PF_LayerDef* const*, int, float,
+                                      const RenderAllocator*);
