@@ -5,10 +5,12 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "aesdk/aesdk.h"
@@ -27,11 +29,48 @@ struct ApiVersion {
 // "PF_UpdateParamUI", "host_new_handle", "sprintf", ...); `args` is a short
 // comma-separated rendering of the interesting arguments, e.g.
 // "PF Handle Suite,2" for AcquireSuite or "5" for PF_UpdateParamUI on index 5.
+//
+// `via` says where the call came in: "registration", "SPBasic", "utils",
+// "inter", or the suite's name ("PF Handle Suite", ...). It is not part of
+// operator==, so tests can compare {fn, args} pairs only.
+//
+// Handles are rendered as "#<id>" (see Host::handleId; "#0" is a null handle,
+// "#?" one the host does not know). Numbers are decimal unless noted; floats
+// use %g. The args of each fn:
+//   PF_PluginDataCB     "<name>,<match name>,<category>,<entry>,0x<kind hex>,<api major>,<api minor>,<reserved>"
+//   AcquireSuite        "<name>,<version>"        ReleaseSuite   "<name>,<version>"
+//   IsEqual             "<a>,<b>"                 AllocateBlock  "<size>"
+//   ReallocateBlock     "<new size>"              FreeBlock, Undefined  ""
+//   host_new_handle     "<size>"                  host_resize_handle  "<new size>,#<id>"
+//   host_lock_handle, host_unlock_handle, host_dispose_handle, host_get_handle_size  "#<id>"
+//   sprintf             the text as formatted (before any truncation)
+//   strcpy              the source text
+//   atan, cos, ... (ansi maths)  the argument(s) as %g
+//   add_param           "<id>"  (uu.id of the definition)
+//   checkout_param      "<index>,<time>,<time step>,<time scale>"
+//   checkin_param       "<index>" of the checked-out definition ("?" if unknown)
+//   register_ui         "<events>"
+//   progress            "<current>,<total>"       abort  ""
+//   AddSupportedPixelFormat  "0x<format hex>"      ClearSupportedPixelFormats  ""
+//   GetPixelFormat, PF_GetPixelFormat  ""
+//   NewWorldOfPixelFormat  "<w>,<h>,0x<format hex>"  PF_NewWorld  "<w>,<h>,0x<format hex>"
+//   DisposeWorld, PF_DisposeWorld  ""
+//   EffectWantsCheckedOutFramesToMatchRenderPixelFormat and the other Utility Suite functions  ""
+//   PF_UpdateParamUI    "<index>"   (and the other Param Utils functions: "<index>" where they take one)
+//   PF_GetDrawingReference, GetSupplier, GetSurface  ""
+//   NewImageFromBuffer  "<w>,<h>,<row bytes>,<layout>"
+//   DrawImage           "<x>,<y>,<opacity>"       ReleaseObject, RetainObject  "image" | "supplier" | "surface" | "draw" | "unknown"
+//   any other callback or suite function  ""
 struct HostCall {
+  HostCall() = default;
+  HostCall(std::string fn_, std::string args_, std::string via_ = {})
+      : fn(std::move(fn_)), args(std::move(args_)), via(std::move(via_)) {}
   std::string fn;
   std::string args;
+  std::string via;
   bool operator==(const HostCall& o) const { return fn == o.fn && args == o.args; }
 };
+void PrintTo(const HostCall& call, std::ostream* os);  // readable GoogleTest messages
 
 // What the registration callback received.
 struct Registration {
@@ -47,7 +86,8 @@ struct ParamUIUpdate {
 };
 
 // A parameter as the effect added it, with its strings copied out of the
-// effect's memory (popup choices, button and checkbox labels).
+// effect's memory (popup choices, button and checkbox labels). The string
+// pointer inside `def` is redirected to the host's copy, so it stays valid.
 struct AddedParam {
   PF_ParamIndex insertIndex;  // what the effect passed (-1 = append)
   PF_ParamDef def;
@@ -77,20 +117,30 @@ struct Surface {
   int width = 0, height = 0;
   std::vector<uint8_t> bgra;  // width * height * 4, straight alpha
   bool writePng(const std::string& path) const;  // RGBA PNG; false on I/O failure
+  // Reads any PNG into `out` as straight BGRA; false when the file is not a readable PNG.
+  static bool readPng(const std::string& path, Surface& out);
 };
+
+// Readable name of a command ("PF_Cmd_GLOBAL_SETUP"; "PF_Cmd_<n>" for unnamed numbers).
+std::string commandName(PF_Cmd cmd);
 
 class Host {
  public:
   // Path of the module under test: $TESSELUX_PLUGIN, else the built default.
   static std::string defaultPluginPath();
 
+  // The panel colour draw events start from (opaque #232323), as straight BGRA.
+  static constexpr uint8_t kPanelGrey = 0x23;
+
   explicit Host(const std::string& pluginPath = defaultPluginPath(), App app = App::AfterEffects,
                 ApiVersion version = {});
-  ~Host();  // disposes host-owned handles, then reports leaks (see contractBreaks)
+  ~Host();  // finish(), then prints any contract break nobody cleared to stderr
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
   // Identity and composition settings, used for every later command.
+  // Defaults: 1920 x 1080, 30 fps as time_scale 3000 / time_step 100, a
+  // 10-second layer, current time 0, downsample 1/1.
   void setApp(App app);
   void setApiVersion(A_short major, A_short minor);
   App app() const;
@@ -105,11 +155,19 @@ class Host {
   // Commands. Each builds PF_InData/PF_OutData from the host state, calls
   // EffectMain, applies what the effect handed back (sequence data, num_params,
   // ...), checks the contract for the command and returns EffectMain's result.
+  // An exception escaping EffectMain is rethrown after the same checks.
+  //
+  // PF_InData is one record that lives as long as the Host: setters and tests
+  // (through inData()) edit it, and the effect sees those edits; before each
+  // command the host refreshes only sequence_data (the instance's handle) and
+  // num_params. PF_OutData is zero-filled before each command except
+  // sequence_data, which carries the instance's handle. The parameter array is
+  // passed to every command except the SmartFX ones (null there); `output` is null.
   PF_Err send(PF_Cmd cmd, void* extra = nullptr);
   PF_Err about();
   PF_Err globalSetup();
   PF_Err globalSetdown();
-  PF_Err paramsSetup();
+  PF_Err paramsSetup();  // starts the parameter list afresh (input layer only)
   PF_Err sequenceSetup();
   PF_Err sequenceResetup();
   PF_Err sequenceFlatten();
@@ -121,45 +179,67 @@ class Host {
   PF_Err click(PF_ParamIndex index, A_u_long when, PF_EffectArea area = PF_EA_PARAM_TITLE);
   PF_Err draw(PF_ParamIndex index, PF_EffectArea area, PF_LRect currentFrame = {0, 20, 320, 37},
               PF_LRect titleFrame = {0, 0, 320, 17});
-  PF_Err event(PF_EventExtra& extra);  // any event record the test builds itself
+  // Any event record the test builds itself (use contextHandle() for a valid
+  // context). A draw event clears the surface first, as draw() does.
+  PF_Err event(PF_EventExtra& extra);
   const PF_EventExtra& lastEvent() const;
+  PF_ContextH contextHandle();  // the host's effect-window context (magic 0x05EA771E)
 
   // Records of the last command, and what persists between commands.
   PF_InData& inData();    // as passed to the last command (editable before send())
   PF_OutData& outData();  // as returned by the last command
   std::string returnMessage() const;  // out_data->return_msg of the last command
   PF_Handle sequenceData() const;     // the instance's sequence handle as the host keeps it
-  void setSequenceData(PF_Handle h);  // e.g. a handle made with newHandle() to simulate a project load
+  // Makes `h` the instance's sequence handle, e.g. one made with newHandle() to
+  // simulate a project load. The host owns it from then on.
+  void setSequenceData(PF_Handle h);
+  // The bytes of the flat handle the last PF_Cmd_GET_FLATTENED_SEQUENCE_DATA
+  // returned (the host disposes that handle right after the command; empty if
+  // none was returned).
+  const std::vector<char>& flattenedSequenceData() const;
 
   // Parameters: what add_param received, and the host's live parameter array
   // (index 0 is the input layer) that UI commands pass to the effect.
   const std::vector<AddedParam>& addedParams() const;
   std::vector<PF_CustomUIInfo> registeredUI() const;
-  PF_ParamDef& param(PF_ParamIndex index);
+  PF_ParamDef& param(PF_ParamIndex index);  // throws std::out_of_range
   A_long numParams() const;  // out_data->num_params as set by the last params setup
   const std::vector<ParamUIUpdate>& paramUIUpdates() const;
   void clearParamUIUpdates();
 
   // Premiere Pro pixel formats announced at global setup, in order.
   const std::vector<PrPixelFormat>& supportedPixelFormats() const;
+  // The format the World Suite's PF_GetPixelFormat and the Pixel Format
+  // Suite's GetPixelFormat answer for `world` (the host answers both from this
+  // one code; worlds the host does not know get PF_Err_BAD_CALLBACK_PARAM).
+  void setWorldPixelFormat(const PF_EffectWorld* world, A_long format);
 
   // Host handles (the same store the utility callbacks and the Handle Suite use).
-  PF_Handle newHandle(A_u_longlong size);
+  // New blocks are filled with 0xA5 and grown parts of resized blocks with 0xA5,
+  // never zero, so an effect that relies on cleared memory shows up.
+  PF_Handle newHandle(A_u_longlong size);  // made by the host: never reported as a leak
+  PF_Handle newEmptyHandle();              // a live handle whose master pointer is null
   bool isLiveHandle(PF_Handle h) const;
   A_u_longlong handleSize(PF_Handle h) const;
   int lockCount(PF_Handle h) const;
   size_t liveHandleCount() const;
+  A_long handleId(PF_Handle h) const;                  // the id in call records; 0 if unknown
+  std::vector<char> handleBytes(PF_Handle h) const;   // a copy of the block (empty if none)
 
-  // Suites: acquisitions and releases per "name,version".
+  // Suites: acquisitions and releases per "name,version". Only successful
+  // acquisitions are counted; every ReleaseSuite call of a known suite is.
   int acquireCount(const std::string& name, int version) const;
   int releaseCount(const std::string& name, int version) const;
+  void clearSuiteCounts();
 
   // Failure injection.
   void removeSuite(const std::string& name, int version);  // AcquireSuite then fails
   void restoreSuite(const std::string& name, int version);
   // Make callback `fn` (a HostCall::fn name) fail with `err` on its nth call
   // from now (1-based), or on every call when nth is 0. Callbacks that return
-  // a pointer return null instead.
+  // a pointer return null instead; host_get_handle_size returns 0; sprintf
+  // writes nothing and returns -1; the maths functions return NaN; callbacks
+  // returning void do nothing. The failing call is still recorded.
   void failCall(const std::string& fn, PF_Err err, int nth = 0);
   void clearFailures();
 
@@ -170,17 +250,24 @@ class Host {
 
   // Contract breaks found so far (suite left acquired at the end of a command,
   // handle leaked or left locked, parameter checked out and not checked in,
-  // unknown suite asked for, Drawbot object not released, ...), one line each.
+  // unknown suite asked for, Drawbot object not released, ...), one line each,
+  // prefixed with the command in which they were found.
   const std::vector<std::string>& contractBreaks() const;
   void clearContractBreaks();
+  // Ends the session as the destructor does: disposes what the host owns (the
+  // instance's sequence handle, handles made with newHandle()), then reports
+  // every live handle, world or SPBasic block the effect made as a leak.
+  // Safe to call more than once.
+  void finish();
 
   // Drawbot: the surface that draw events paint on (cleared to the panel
-  // colour before each draw event).
+  // colour before each draw event). Default size 320 x 40.
   Surface& surface();
   void setSurfaceSize(int width, int height);
 
+  struct Impl;  // internal; the C callbacks reach it
+
  private:
-  struct Impl;
   std::unique_ptr<Impl> impl_;
 };
 

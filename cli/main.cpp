@@ -1,0 +1,58 @@
+// tesselux: runs the effect in the headless host.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+
+namespace {
+
+struct Subcommand {
+  const char* name;
+  int (*run)(const std::vector<std::string>& args);
+  const char* summary;
+};
+
+const Subcommand kSubcommands[] = {
+    {"info", cli::runInfo, "register the effect and list its version, flags and controls"},
+};
+
+void printUsage(std::FILE* to) {
+  std::fprintf(to,
+               "usage: tesselux [COMMAND] [OPTIONS]\n"
+               "\n"
+               "Loads the Tesselux effect into a headless After Effects / Premiere Pro host.\n"
+               "\n"
+               "Commands (default: info):\n");
+  for (const Subcommand& s : kSubcommands) std::fprintf(to, "  %-8s %s\n", s.name, s.summary);
+  std::fprintf(to, "\n%s", cli::kInfoUsage);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  const Subcommand* command = &kSubcommands[0];
+  if (!args.empty() && !args[0].empty() && args[0][0] != '-') {
+    command = nullptr;
+    for (const Subcommand& s : kSubcommands)
+      if (args[0] == s.name) command = &s;
+    if (!command) {
+      if (args[0] == "help") {
+        printUsage(stdout);
+        return 0;
+      }
+      std::fprintf(stderr, "tesselux: unknown command '%s'\nTry 'tesselux --help'.\n",
+                   args[0].c_str());
+      return 2;
+    }
+    args.erase(args.begin());
+  }
+  for (const std::string& a : args)
+    if (a == "--help" || a == "-h") {
+      printUsage(stdout);
+      return 0;
+    }
+  return command->run(args);
+}
