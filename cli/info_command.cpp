@@ -215,8 +215,8 @@ Row describe(const thost::AddedParam& p, size_t index, int depth) {
       r.valid = format("%.*f .. %.*f%s", prec, f.valid_min, prec, f.valid_max, unit);
       r.slider = format("%.*f .. %.*f%s", prec, f.slider_min, prec, f.slider_max, unit);
       r.dephault = format("%.*f%s", prec, f.dephault, unit);
-      if (f.value != static_cast<double>(f.dephault))
-        details.push_back(format("value %.*f", prec, f.value));
+      const std::string value = format("%.*f%s", prec, f.value, unit);
+      if (value != r.dephault) details.push_back("value " + value);
       details.push_back(format("precision %d", prec));
       details.push_back(format("curve tolerance %g", f.curve_tolerance));
       if (f.display_flags & PF_ValueDisplayFlag_PERCENT) details.push_back("percent");
@@ -354,9 +354,13 @@ int info(const HostOptions& opt) {
     ok = false;
   }
 
-  if (run(host, "PF_Cmd_ABOUT", &thost::Host::about))
-    std::printf("About\n  %s\n\n", host.returnMessage().c_str());
-  else
+  if (run(host, "PF_Cmd_ABOUT", &thost::Host::about)) {
+    // Hosts break about-box lines at carriage returns.
+    std::string text = host.returnMessage();
+    for (size_t at = 0; (at = text.find_first_of("\r\n", at)) != std::string::npos; at += 3)
+      text.replace(at, 1, "\n  ");
+    std::printf("About\n  %s\n\n", text.c_str());
+  } else
     ok = false;
 
   if (run(host, "PF_Cmd_PARAMS_SETUP", &thost::Host::paramsSetup)) {

@@ -313,9 +313,10 @@ PF_Err cbAddParam(PF_ProgPtr ref, PF_ParamIndex index, PF_ParamDefPtr def) {
     h->ownedStrings.push_back(added.namesText);
     *text = h->ownedStrings.back().c_str();
   }
+  // The array the effect got for this command keeps its length (the input
+  // layer); the new parameter appears in the arrays of later commands.
   h->live.push_back(copy);
   h->added.push_back(std::move(added));
-  h->rebuildParamPointers();
   return PF_Err_NONE;
 }
 

@@ -202,6 +202,7 @@ class Host {
   // (index 0 is the input layer) that UI commands pass to the effect.
   const std::vector<AddedParam>& addedParams() const;
   std::vector<PF_CustomUIInfo> registeredUI() const;
+  // A live definition; the reference stays valid until the next params setup.
   PF_ParamDef& param(PF_ParamIndex index);  // throws std::out_of_range
   A_long numParams() const;  // out_data->num_params as set by the last params setup
   const std::vector<ParamUIUpdate>& paramUIUpdates() const;
