@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/header_draw.h"
 #include "plugin_fixture.h"
 #include "ui_helpers.h"
 
@@ -159,6 +160,23 @@ TEST_F(HeaderDrawTest, TheResourceIsADesigned320By17BannerWithCrispAlpha) {
   }
   EXPECT_GT(opaque, 500u);
   EXPECT_LT(opaque, size_t(kW) * kH / 2);
+}
+
+TEST_F(HeaderDrawTest, ThePreparedPixelsAreThePngAsStraightBgra) {
+  // This test binary's own copy of the code: nothing here has prepared it yet.
+  EXPECT_EQ(HeaderImagePixels(), nullptr);
+  PrepareHeaderImage();
+  const auto* pixels = static_cast<const uint8_t*>(HeaderImagePixels());
+  ASSERT_NE(pixels, nullptr);
+  for (size_t i = 0; i < header_.size(); i += 4) {
+    ASSERT_EQ(pixels[i + 0], header_[i + 2]) << "blue of pixel " << i / 4;
+    ASSERT_EQ(pixels[i + 1], header_[i + 1]) << "green of pixel " << i / 4;
+    ASSERT_EQ(pixels[i + 2], header_[i + 0]) << "red of pixel " << i / 4;
+    ASSERT_EQ(pixels[i + 3], header_[i + 3]) << "alpha of pixel " << i / 4;
+  }
+  // Prepared once: a second call keeps the same buffer.
+  PrepareHeaderImage();
+  EXPECT_EQ(HeaderImagePixels(), pixels);
 }
 
 TEST_F(HeaderDrawTest, DrawnPixelForPixelOnEachVersionInItsOwnAreaOnly) {
