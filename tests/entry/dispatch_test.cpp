@@ -38,8 +38,13 @@ TEST_F(PluginTest, CommandsWithNothingToDoReturnNoneAndTouchNothing) {
   }
 }
 
-TEST_F(PluginTest, ASecondParameterSetupInTheSameProcessFailsTheCountCheck) {
-  thost::Host& h = setUpEffect();
+TEST_F(PluginTest, ASecondParameterSetupAfterTheIdMapGrewFailsTheCountCheck) {
+  // In Premiere Pro there is no header control, so the event command's lookup
+  // of the header id inserts it: the map now holds one entry more than the
+  // table, and a second setup in the same process must refuse to go on.
+  thost::Host& h = setUpEffect(thost::App::PremierePro, 13, 28);  // events need 13.9 or later
+  ASSERT_EQ(h.numParams(), 26);
+  ASSERT_EQ(h.click(5, 1000), PF_Err_NONE);
   try {
     h.paramsSetup();
     FAIL() << "the second parameter setup must throw";
@@ -48,6 +53,20 @@ TEST_F(PluginTest, ASecondParameterSetupInTheSameProcessFailsTheCountCheck) {
                  "Reported parameter count does not match actual parameter count. This would "
                  "lead to incorrect values.");
   }
+}
+
+TEST_F(PluginTest, ASecondParameterSetupReassignsEveryIdToOnePastTheMapSize) {
+  // Re-adding an id already present gives it size + 1 without growing the map,
+  // so after a second setup every control answers to the same index.
+  thost::Host& h = setUpEffect();
+  ASSERT_EQ(h.paramsSetup(), PF_Err_NONE);
+  // The header no longer sits at index 1: a click there is no longer on it.
+  ASSERT_EQ(h.click(1, 1000), PF_Err_NONE);
+  ASSERT_EQ(h.click(1, 1001), PF_Err_NONE);
+  EXPECT_EQ(h.returnMessage(), "");
+  ASSERT_EQ(h.click(27, 2000), PF_Err_NONE);
+  ASSERT_EQ(h.click(27, 2001), PF_Err_NONE);
+  EXPECT_NE(h.returnMessage().find("Tesselux"), std::string::npos);
 }
 
 TEST_F(PluginTest, AParameterTheHostRefusesEndsSetupWithItsError) {

@@ -151,7 +151,7 @@ TEST_F(PluginTest, FlattenWithoutABlockIs512) {
 
 TEST_F(PluginTest, FlattenOfABlockWithANullMasterPointerSucceedsAndHandsNothingBack) {
   thost::Host& h = setUpEffect();
-  PF_Handle empty = h.newHandleWithNullMaster();
+  PF_Handle empty = h.newEmptyHandle();
   h.setSequenceData(empty);
   h.clearCalls();
   EXPECT_EQ(h.sequenceFlatten(), PF_Err_NONE);

@@ -21,6 +21,12 @@ class PluginTest : public ::testing::Test {
 
   thost::Host& makeHost(thost::App app = thost::App::AfterEffects, A_short major = 13,
                         A_short minor = 28) {
+    // The old host goes first so that the module is unloaded and its
+    // process-wide state (id map, click memory) starts afresh.
+    if (host_ && !expectBreaks_) {
+      EXPECT_TRUE(host_->contractBreaks().empty()) << joined(host_->contractBreaks());
+    }
+    host_.reset();
     host_ = std::make_unique<thost::Host>(thost::Host::defaultPluginPath(), app,
                                           thost::ApiVersion{major, minor});
     return *host_;
