@@ -142,7 +142,12 @@ void Host::Impl::rebuildParamPointers() {
   for (PF_ParamDef& def : live) livePointers.push_back(&def);
 }
 
-bool Host::Impl::ownsHandle(PF_Handle h) const { return h && h == sequence; }
+bool Host::Impl::ownsHandle(PF_Handle h) const { return h && (h == sequence || h == flatCopy); }
+
+void Host::Impl::disposeFlatCopy() {
+  if (flatCopy && handles.find(flatCopy)) handles.dispose(flatCopy);
+  flatCopy = nullptr;
+}
 
 void Host::Impl::clearSurface() {
   surface.bgra.assign(static_cast<size_t>(surface.width) * surface.height * 4, Host::kPanelGrey);
@@ -156,11 +161,11 @@ void Host::Impl::beforeCommand(PF_Cmd cmd, void* extra) {
   if (cmd == PF_Cmd_PARAMS_SETUP) resetParams();
   if (cmd == PF_Cmd_EVENT && extra && static_cast<PF_EventExtra*>(extra)->e_type == PF_Event_DRAW)
     clearSurface();
+  disposeFlatCopy();
   if (cmd == PF_Cmd_GET_FLATTENED_SEQUENCE_DATA) flattened.clear();
   in.sequence_data = sequence;
   in.num_params = numParams > 0 ? numParams : static_cast<A_long>(live.size());
   std::memset(&out, 0, sizeof out);
-  out.sequence_data = sequence;
   rebuildParamPointers();
 }
 
@@ -188,7 +193,7 @@ void Host::Impl::takeSequenceData(PF_Cmd cmd) {
           addBreak("flattened sequence handle " + handleLabel(*this, returned) +
                    " left locked (lock count " + std::to_string(b->locks) + ")");
         if (b->master) flattened.assign(b->master, b->master + b->size);
-        handles.dispose(returned);  // the host's to dispose once it has the bytes
+        flatCopy = returned;
       }
       break;
     case PF_Cmd_SEQUENCE_SETDOWN:
@@ -400,6 +405,8 @@ PF_ContextH Host::contextHandle() { return &impl_->ctxPointer; }
 
 PF_InData& Host::inData() { return impl_->in; }
 PF_OutData& Host::outData() { return impl_->out; }
+const PF_InData& Host::inData() const { return impl_->in; }
+const PF_OutData& Host::outData() const { return impl_->out; }
 
 std::string Host::returnMessage() const {
   const char* msg = impl_->out.return_msg;
@@ -479,7 +486,7 @@ void Host::restoreSuite(const std::string& name, int version) {
   impl_->suites.restore({name, version});
 }
 void Host::failCall(const std::string& fn, PF_Err err, int nth) {
-  impl_->log.failCall(fn, err, nth);
+  impl_->log.failCall(fn == "PluginDataCB" ? "PF_PluginDataCB" : fn, err, nth);
 }
 void Host::clearFailures() { impl_->log.clearFailures(); }
 
@@ -500,6 +507,7 @@ void Host::clearContractBreaks() { impl_->breaks.clear(); }
 void Host::finish() {
   Impl& d = *impl_;
   d.context = "end of session";
+  d.disposeFlatCopy();
   if (d.sequence) {
     d.handles.dispose(d.sequence);
     d.sequence = nullptr;

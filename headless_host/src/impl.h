@@ -142,6 +142,7 @@ struct Host::Impl {
   void endOfCommandChecks();
   void takeSequenceData(PF_Cmd cmd);
   void reportLeaks();
+  void disposeFlatCopy();
   void resetParams();
   void rebuildParamPointers();
   bool ownsHandle(PF_Handle h) const;
@@ -168,6 +169,9 @@ struct Host::Impl {
 
   HandleStore handles;
   PF_Handle sequence = nullptr;
+  // The copy the last PF_Cmd_GET_FLATTENED_SEQUENCE_DATA returned: the host's,
+  // kept readable until the next command starts, then disposed.
+  PF_Handle flatCopy = nullptr;
   std::vector<char> flattened;
   A_long numParams = 0;
   Registration registration;

@@ -234,11 +234,17 @@ TEST_F(FakeHost, SequenceDataLifecycle) {
 
   ASSERT_EQ(host.getFlattenedSequenceData(), PF_Err_NONE);
   EXPECT_EQ(host.sequenceData(), flat);
+  PF_Handle copy = host.outData().sequence_data;
+  EXPECT_NE(copy, flat);
+  EXPECT_EQ(host.handleBytes(copy), bytes);
   EXPECT_EQ(host.flattenedSequenceData(), bytes);
-  EXPECT_EQ(host.liveHandleCount(), 1u);  // the copy was the host's to dispose
+  EXPECT_EQ(host.liveHandleCount(), 2u);
 
+  // The copy is the host's, disposed when the next command starts.
   ASSERT_EQ(host.sequenceResetup(), PF_Err_NONE);
   EXPECT_EQ(host.sequenceData(), flat);
+  EXPECT_FALSE(host.isLiveHandle(copy));
+  EXPECT_EQ(host.flattenedSequenceData(), bytes);
 
   ASSERT_EQ(host.sequenceSetdown(), PF_Err_NONE);
   EXPECT_EQ(host.sequenceData(), nullptr);
@@ -264,7 +270,7 @@ TEST_F(FakeHost, FlattenOfAnEmptyHandleLeavesTheInstanceAlone) {
   PF_Handle h = host.newEmptyHandle();
   host.setSequenceData(h);
   ASSERT_EQ(host.sequenceFlatten(), PF_Err_NONE);
-  EXPECT_EQ(host.outData().sequence_data, h);
+  EXPECT_EQ(host.outData().sequence_data, nullptr);
   EXPECT_EQ(host.sequenceData(), h);
   EXPECT_TRUE(host.calls().empty());
   EXPECT_TRUE(breaks().empty());

@@ -83,6 +83,8 @@ TEST_F(FakeHost, RegistrationCallbackCanBeMadeToFail) {
   EXPECT_EQ(host.registerPlugin(), 7);
   EXPECT_EQ(host.registration().callCount, 0);
   EXPECT_EQ(host.calls().size(), 1u);
+  host.failCall("PluginDataCB", 9);
+  EXPECT_EQ(host.registerPlugin(), 9);
 }
 
 TEST_F(FakeHost, InDataDescribesTheHostAndComposition) {
@@ -178,7 +180,7 @@ TEST_F(FakeHost, GlobalSetupInPremiereWithoutTheUtilitySuite) {
   EXPECT_TRUE(breaks().empty());  // a removed suite is a plain refusal
 }
 
-TEST_F(FakeHost, OutDataStartsZeroedExceptTheSequenceHandle) {
+TEST_F(FakeHost, OutDataStartsZeroed) {
   startUp();
   ASSERT_EQ(host.sequenceSetup(), PF_Err_NONE);
   PF_OutData& out = host.outData();
@@ -191,7 +193,8 @@ TEST_F(FakeHost, OutDataStartsZeroedExceptTheSequenceHandle) {
   EXPECT_EQ(out.out_flags, 0);
   EXPECT_EQ(out.return_msg[0], '\0');
   EXPECT_EQ(out.num_params, 0);
-  EXPECT_EQ(out.sequence_data, host.sequenceData());
+  EXPECT_EQ(out.sequence_data, nullptr);
+  EXPECT_NE(host.sequenceData(), nullptr);
   EXPECT_EQ(host.inData().sequence_data, host.sequenceData());
   EXPECT_EQ(host.inData().num_params, 10);
 }

@@ -132,6 +132,10 @@ class Host {
   // The panel colour draw events start from (opaque #232323), as straight BGRA.
   static constexpr uint8_t kPanelGrey = 0x23;
 
+  // Loads the module (throws std::runtime_error when it cannot). Hosts alive at
+  // the same time share one loaded copy of a module, process-wide state
+  // included, because dlopen hands out the same one; it is unloaded when the
+  // last Host using it is destroyed.
   explicit Host(const std::string& pluginPath = defaultPluginPath(), App app = App::AfterEffects,
                 ApiVersion version = {});
   ~Host();  // finish(), then prints any contract break nobody cleared to stderr
@@ -160,9 +164,10 @@ class Host {
   // PF_InData is one record that lives as long as the Host: setters and tests
   // (through inData()) edit it, and the effect sees those edits; before each
   // command the host refreshes only sequence_data (the instance's handle) and
-  // num_params. PF_OutData is zero-filled before each command except
-  // sequence_data, which carries the instance's handle. The parameter array is
-  // passed to every command except the SmartFX ones (null there); `output` is null.
+  // num_params. PF_OutData is zero-filled before each command; a non-null
+  // out_data->sequence_data afterwards is what the effect hands back. The
+  // parameter array is passed to every command except the SmartFX ones (null
+  // there); `output` is null.
   PF_Err send(PF_Cmd cmd, void* extra = nullptr);
   PF_Err about();
   PF_Err globalSetup();
@@ -188,14 +193,16 @@ class Host {
   // Records of the last command, and what persists between commands.
   PF_InData& inData();    // as passed to the last command (editable before send())
   PF_OutData& outData();  // as returned by the last command
+  const PF_InData& inData() const;
+  const PF_OutData& outData() const;
   std::string returnMessage() const;  // out_data->return_msg of the last command
   PF_Handle sequenceData() const;     // the instance's sequence handle as the host keeps it
   // Makes `h` the instance's sequence handle, e.g. one made with newHandle() to
   // simulate a project load. The host owns it from then on.
   void setSequenceData(PF_Handle h);
   // The bytes of the flat handle the last PF_Cmd_GET_FLATTENED_SEQUENCE_DATA
-  // returned (the host disposes that handle right after the command; empty if
-  // none was returned).
+  // returned (empty if none was). That handle is the host's: it stays live,
+  // in outData().sequence_data, until the next command starts or finish().
   const std::vector<char>& flattenedSequenceData() const;
 
   // Parameters: what add_param received, and the host's live parameter array
@@ -220,6 +227,7 @@ class Host {
   // never zero, so an effect that relies on cleared memory shows up.
   PF_Handle newHandle(A_u_longlong size);  // made by the host: never reported as a leak
   PF_Handle newEmptyHandle();              // a live handle whose master pointer is null
+  PF_Handle newHandleWithNullMaster() { return newEmptyHandle(); }  // the same, by another name
   bool isLiveHandle(PF_Handle h) const;
   A_u_longlong handleSize(PF_Handle h) const;
   int lockCount(PF_Handle h) const;
@@ -240,7 +248,8 @@ class Host {
   // from now (1-based), or on every call when nth is 0. Callbacks that return
   // a pointer return null instead; host_get_handle_size returns 0; sprintf
   // writes nothing and returns -1; the maths functions return NaN; callbacks
-  // returning void do nothing. The failing call is still recorded.
+  // returning void do nothing. The failing call is still recorded. The
+  // registration callback is "PF_PluginDataCB" ("PluginDataCB" is accepted too).
   void failCall(const std::string& fn, PF_Err err, int nth = 0);
   void clearFailures();
 
@@ -256,7 +265,8 @@ class Host {
   const std::vector<std::string>& contractBreaks() const;
   void clearContractBreaks();
   // Ends the session as the destructor does: disposes what the host owns (the
-  // instance's sequence handle, handles made with newHandle()), then reports
+  // instance's sequence handle and flattened copy, handles made with
+  // newHandle()), then reports
   // every live handle, world or SPBasic block the effect made as a leak.
   // Safe to call more than once.
   void finish();
