@@ -1,7 +1,8 @@
 // The block shuffle kernel, one body for all three pixel depths. A depth is
-// described by a small traits record (channel type, how block sums are held,
-// how a sum becomes a 0..32768 mask value); everything else - the grid, the
-// three random streams, the pairing rules and the block pass - is shared.
+// described by a small traits record (channel type, how block sums are held
+// and added up, how a sum becomes a 0..32768 mask value); everything else -
+// the grid, the three random streams, the pairing rules and the block pass -
+// is shared.
 // Internal to the renderer: included by render.cpp only.
 #pragma once
 
@@ -11,6 +12,7 @@
 #include <string.h>
 
 #include "params/param_values.h"
+#include "render/block_sums.h"
 #include "render/random.h"
 #include "render/render_internal.h"
 
@@ -30,9 +32,10 @@ inline A_u_short saturateMask(float f) {
 struct Argb8Traits {
   typedef A_u_char Channel;
   typedef uint64_t BlockSum;  // a 4096 x 4096 block of 255s passes 2^32
-  typedef uint32_t RowSum;    // one row stays far below 2^32
-  static constexpr bool kExactSums = true;
   static A_u_char depthValue() { return 8; }
+  static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
+    sumBlock8(p, rowbytes, cols, rows, sums);
+  }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r / n + g / n + b / n) * 32768 / 765);
   }
@@ -42,9 +45,10 @@ struct Argb8Traits {
 struct Argb16Traits {
   typedef A_u_short Channel;
   typedef uint64_t BlockSum;
-  typedef uint64_t RowSum;  // a row of 65535s passes 2^32 beyond 65537 pixels
-  static constexpr bool kExactSums = true;
   static A_u_short depthValue() { return 16; }
+  static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
+    sumBlock16(p, rowbytes, cols, rows, sums);
+  }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r / n + g / n + b / n) / 3);
   }
@@ -54,9 +58,10 @@ struct Argb16Traits {
 struct Argb32Traits {
   typedef float Channel;
   typedef float BlockSum;  // single precision, summed pixel by pixel in row-major order
-  typedef float RowSum;
-  static constexpr bool kExactSums = false;
   static float depthValue() { return 32.0f; }
+  static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
+    sumBlock32(p, rowbytes, cols, rows, sums);
+  }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r + g + b) * 10922.667f / static_cast<float>(n));
   }
@@ -103,68 +108,41 @@ struct Grid {
   A_long blockRows(A_long r) const { return (partialH && r == rows - 1) ? partialH : bh; }
 };
 
-// Adds one row of `count` block pixels to the sums. Stretched rows map each
-// output column to a mask column through the 16.16 factor sx.
-template <class Tr, bool Stretched>
-inline void sumRow(const unsigned char* row, A_long x0, A_long count, long long sx, int channel,
-                   typename Tr::BlockSum* sums) {
-  typedef typename Tr::Channel T;
-  constexpr ptrdiff_t pix = 4 * sizeof(T);
-  auto pixelAt = [&](A_long x) -> const unsigned char* {
-    // x * sx needs 64 bits: columns beyond 32767 times a factor of 65536 or more.
-    if (Stretched) return row + static_cast<ptrdiff_t>((static_cast<long long>(x0 + x) * sx) >> 16) * pix;
-    return row + static_cast<ptrdiff_t>(x0 + x) * pix;
-  };
-  if (channel == 0) {
-    if constexpr (Tr::kExactSums) {
-      typename Tr::RowSum r = 0, g = 0, b = 0;
-      for (A_long x = 0; x < count; ++x) {
-        const unsigned char* p = pixelAt(x);
-        r += loadChannel<T>(p + 1 * sizeof(T));
-        g += loadChannel<T>(p + 2 * sizeof(T));
-        b += loadChannel<T>(p + 3 * sizeof(T));
-      }
-      sums[0] += r;
-      sums[1] += g;
-      sums[2] += b;
-    } else {
-      for (A_long x = 0; x < count; ++x) {
-        const unsigned char* p = pixelAt(x);
-        sums[0] += loadChannel<T>(p + 1 * sizeof(T));
-        sums[1] += loadChannel<T>(p + 2 * sizeof(T));
-        sums[2] += loadChannel<T>(p + 3 * sizeof(T));
-      }
-    }
-  } else {
-    const ptrdiff_t off = (channel & 3) * static_cast<ptrdiff_t>(sizeof(T));
-    if constexpr (Tr::kExactSums) {
-      typename Tr::RowSum s = 0;
-      for (A_long x = 0; x < count; ++x) s += loadChannel<T>(pixelAt(x) + off);
-      sums[0] += s;
-    } else {
-      for (A_long x = 0; x < count; ++x) sums[0] += loadChannel<T>(pixelAt(x) + off);
-    }
-  }
-}
-
+// Per-block channel sums and values. A 1:1 mask (or the input) is read as
+// contiguous rows; a stretched mask maps each output pixel to a mask pixel
+// through the 16.16 factors sx and sy.
 template <class Tr, bool Stretched>
 void fillMaskValues(A_u_short* maskval, const Grid& g, const unsigned char* data, ptrdiff_t rowbytes,
                     long long sx, long long sy, int channel) {
+  typedef typename Tr::Channel T;
+  constexpr ptrdiff_t pix = 4 * sizeof(T);
+  const int pos = channel & 3;
   for (A_long br = 0; br < g.rows; ++br) {
     const A_long y0 = br * g.bh;
     const A_long rows = g.blockRows(br);
     for (A_long bc = 0; bc < g.columns; ++bc) {
       const A_long x0 = bc * g.bw;
       const A_long cols = g.blockCols(bc);
-      typename Tr::BlockSum sums[3] = {0, 0, 0};
-      for (A_long y = 0; y < rows; ++y) {
-        // y * sy needs 64 bits for the same reason as x * sx.
-        const long long my = Stretched ? (static_cast<long long>(y0 + y) * sy) >> 16 : y0 + y;
-        sumRow<Tr, Stretched>(data + static_cast<ptrdiff_t>(my) * rowbytes, x0, cols, sx, channel, sums);
+      typename Tr::BlockSum sums[4] = {0, 0, 0, 0};
+      if (!Stretched) {
+        Tr::sumBlock(data + static_cast<ptrdiff_t>(y0) * rowbytes + static_cast<ptrdiff_t>(x0) * pix, rowbytes, cols,
+                     rows, sums);
+      } else {
+        for (A_long y = 0; y < rows; ++y) {
+          // x * sx and y * sy need 64 bits: coordinates beyond 32767 times
+          // factors of 65536 and more pass 2^31.
+          const long long my = (static_cast<long long>(y0 + y) * sy) >> 16;
+          const unsigned char* row = data + static_cast<ptrdiff_t>(my) * rowbytes;
+          for (A_long x = 0; x < cols; ++x) {
+            const long long mx = (static_cast<long long>(x0 + x) * sx) >> 16;
+            const unsigned char* p = row + static_cast<ptrdiff_t>(mx) * pix;
+            for (int c = 0; c < 4; ++c) sums[c] += loadChannel<T>(p + c * sizeof(T));
+          }
+        }
       }
       const uint64_t count = static_cast<uint64_t>(rows) * static_cast<uint64_t>(cols);
       maskval[static_cast<long long>(br) * g.columns + bc] =
-          channel == 0 ? Tr::maskRGB(sums[0], sums[1], sums[2], count) : Tr::maskSingle(sums[0], count);
+          channel == 0 ? Tr::maskRGB(sums[1], sums[2], sums[3], count) : Tr::maskSingle(sums[pos], count);
     }
   }
 }
@@ -201,6 +179,121 @@ inline void copyChannel(unsigned char* dst, const unsigned char* src, A_long cou
   dst += offset;
   src += offset;
   for (A_long x = 0; x < count; ++x) memcpy(dst + x * pix, src + x * pix, sizeof(T));
+}
+
+// Inputs of the block pass: where each block goes, which frame it comes
+// from, and the source of each frame (0 the input, k time frame k).
+struct BlockPass {
+  const unsigned char* sources[MAX_TIME_FRAMES + 1];
+  ptrdiff_t strides[MAX_TIME_FRAMES + 1];  // bytes
+  unsigned char* out;
+  ptrdiff_t outRowbytes;
+  int channel;
+  const A_u_long* idx;
+  const A_u_char* frame;
+  const A_u_char* flag;
+};
+
+// One stretch of an output block row that comes from one stretch of one
+// source row: a block, or neighbouring blocks that stayed neighbours.
+struct Run {
+  ptrdiff_t dstOffset;  // bytes from the start of the output row
+  const unsigned char* src;
+  ptrdiff_t stride;
+  size_t bytes;
+  A_long pixels;
+  unsigned frameIndex;
+};
+
+// Whole pixels. Tiny blocks make millions of runs of a few bytes, for which
+// a library call costs more than the copy; they are moved inline in 8-byte
+// words (run lengths are whole pixels, so multiples of 4 bytes).
+inline void copyBytes(unsigned char* dst, const unsigned char* src, size_t bytes) {
+  if (bytes > 32) {
+    memcpy(dst, src, bytes);
+    return;
+  }
+  for (; bytes >= 8; bytes -= 8, dst += 8, src += 8) memcpy(dst, src, 8);
+  if (bytes) memcpy(dst, src, 4);
+}
+
+template <typename T>
+inline void copyRun(unsigned char* dst, const unsigned char* src, size_t bytes, A_long pixels, int channel) {
+  if (channel == 0) copyBytes(dst, src, bytes);
+  else copyChannel<T>(dst, src, pixels, (channel & 3) * static_cast<ptrdiff_t>(sizeof(T)));
+}
+
+// Block order: each drawn block is copied row by row to its destination.
+template <typename T>
+void blockPassByBlocks(const Grid& g, const BlockPass& p) {
+  constexpr ptrdiff_t pix = 4 * sizeof(T);
+  for (A_long r = 0; r < g.rows; ++r) {
+    const A_long rows = g.blockRows(r);
+    for (A_long c = 0; c < g.columns; ++c) {
+      const size_t i = static_cast<size_t>(r) * g.columns + c;
+      if (!p.flag[i]) continue;
+      const A_long cols = g.blockCols(c);
+      const unsigned k = p.frame[i];
+      const ptrdiff_t stride = p.strides[k];
+      // Byte offsets are ptrdiff_t: rows times rowbytes exceeds 2^31 on big frames.
+      const unsigned char* src =
+          p.sources[k] + static_cast<ptrdiff_t>(r) * g.bh * stride + static_cast<ptrdiff_t>(c) * g.bw * pix;
+      const A_u_long dest = p.idx[i];
+      unsigned char* dst = p.out + static_cast<ptrdiff_t>(dest >> 16) * g.bh * p.outRowbytes +
+                           static_cast<ptrdiff_t>(dest & 0xFFFF) * g.bw * pix;
+      const size_t bytes = static_cast<size_t>(cols) * pix;
+      for (A_long y = 0; y < rows; ++y) copyRun<T>(dst + y * p.outRowbytes, src + y * stride, bytes, cols, p.channel);
+    }
+  }
+}
+
+// Output order: the destinations of drawn blocks never overlap, so the same
+// pixels can be written one output row at a time. Each output block row is
+// described once as a list of runs, merging neighbours that came from
+// neighbouring source pixels; then every pixel row is a handful of memcpys
+// written front to back, which keeps the stores streaming.
+template <typename T>
+void blockPassByRows(const Grid& g, const BlockPass& p, A_u_long* drawnAt, Run* runs) {
+  constexpr ptrdiff_t pix = 4 * sizeof(T);
+  constexpr A_u_long kNone = 0xFFFFFFFFu;
+  const size_t n = static_cast<size_t>(g.blocks);
+  for (size_t j = 0; j < n; ++j) drawnAt[j] = kNone;
+  for (size_t i = 0; i < n; ++i)
+    if (p.flag[i]) drawnAt[static_cast<size_t>(p.idx[i] >> 16) * g.columns + (p.idx[i] & 0xFFFF)] = static_cast<A_u_long>(i);
+
+  for (A_long r = 0; r < g.rows; ++r) {
+    int count = 0;
+    for (A_long c = 0; c < g.columns; ++c) {
+      const A_u_long i = drawnAt[static_cast<size_t>(r) * g.columns + c];
+      if (i == kNone) continue;
+      const A_long sr = static_cast<A_long>(i / static_cast<A_u_long>(g.columns));
+      const A_long sc = static_cast<A_long>(i % static_cast<A_u_long>(g.columns));
+      const unsigned k = p.frame[i];
+      const ptrdiff_t stride = p.strides[k];
+      const unsigned char* src =
+          p.sources[k] + static_cast<ptrdiff_t>(sr) * g.bh * stride + static_cast<ptrdiff_t>(sc) * g.bw * pix;
+      const ptrdiff_t dstOffset = static_cast<ptrdiff_t>(c) * g.bw * pix;
+      const A_long cols = g.blockCols(c);  // equal to the source block's width
+      const size_t bytes = static_cast<size_t>(cols) * pix;
+      if (count > 0) {
+        Run& last = runs[count - 1];
+        if (last.frameIndex == k && last.src + last.bytes == src &&
+            last.dstOffset + static_cast<ptrdiff_t>(last.bytes) == dstOffset) {
+          last.bytes += bytes;
+          last.pixels += cols;
+          continue;
+        }
+      }
+      runs[count++] = Run{dstOffset, src, stride, bytes, cols, k};
+    }
+    if (count == 0) continue;
+    const A_long rows = g.blockRows(r);
+    unsigned char* dstRow = p.out + static_cast<ptrdiff_t>(r) * g.bh * p.outRowbytes;
+    for (A_long y = 0; y < rows; ++y, dstRow += p.outRowbytes)
+      for (int k = 0; k < count; ++k)
+        copyRun<T>(dstRow + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes, runs[k].pixels,
+                   p.channel);
+  }
 }
 
 template <class Tr>
@@ -289,27 +382,51 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
     const uint32_t choices = static_cast<uint32_t>(nframes) + 1;
     const uint32_t thresholdRange = static_cast<uint32_t>(I) + 1;
 
+    // The shuffle stream alone decides which blocks pair up, so the pairs of
+    // the next few attempts are drawn ahead and their array entries
+    // prefetched: with small blocks the arrays are large and the pairs land
+    // anywhere in them. The decisions below still run in attempt order.
+    constexpr int kAhead = 16;
+    uint32_t pairA[kAhead], pairB[kAhead];
+    int ready = 0, next = 0;
     for (long long attempt = 0; attempt < attempts; ++attempt) {
-      const uint32_t a = z_random(&sw, &sz) % un;
-      const A_long ax = static_cast<A_long>(a % cols), ay = static_cast<A_long>(a / cols);
+      if (next == ready) {
+        const long long left = attempts - attempt;
+        ready = left < kAhead ? static_cast<int>(left) : kAhead;
+        next = 0;
+        for (int j = 0; j < ready; ++j) {
+          const uint32_t a = z_random(&sw, &sz) % un;
+          const A_long ax = static_cast<A_long>(a % cols), ay = static_cast<A_long>(a / cols);
 
-      // A block of a partial last column or row stays in it; full blocks never
-      // reach it. Pairs are therefore always of equal size.
-      uint32_t d = z_random(&sw, &sz);
-      A_long tx = ax;
-      if (alongX && !(g.partialW && ax == lastCol)) {
-        tx = ax + static_cast<A_long>(d % uSpanX) - (spanX >> 1);
-        if (tx >= lastCol) tx = g.partialW ? lastCol - 1 : lastCol;
-        if (tx < 0) tx = 0;
+          // A block of a partial last column or row stays in it; full blocks
+          // never reach it. Pairs are therefore always of equal size.
+          uint32_t d = z_random(&sw, &sz);
+          A_long tx = ax;
+          if (alongX && !(g.partialW && ax == lastCol)) {
+            tx = ax + static_cast<A_long>(d % uSpanX) - (spanX >> 1);
+            if (tx >= lastCol) tx = g.partialW ? lastCol - 1 : lastCol;
+            if (tx < 0) tx = 0;
+          }
+          d = z_random(&sw, &sz);
+          A_long ty = ay;
+          if (alongY && !(g.partialH && ay == lastRow)) {
+            ty = ay + static_cast<A_long>(d % uSpanY) - (spanY >> 1);
+            if (ty >= lastRow) ty = g.partialH ? lastRow - 1 : lastRow;
+            if (ty < 0) ty = 0;
+          }
+          const uint32_t b = static_cast<uint32_t>(ty) * cols + static_cast<uint32_t>(tx);
+          pairA[j] = a;
+          pairB[j] = b;
+          __builtin_prefetch(idx + a, 1);
+          __builtin_prefetch(idx + b, 1);
+          __builtin_prefetch(flag + a, 1);
+          __builtin_prefetch(flag + b, 1);
+          __builtin_prefetch(maskval + a);
+          __builtin_prefetch(maskval + b);
+        }
       }
-      d = z_random(&sw, &sz);
-      A_long ty = ay;
-      if (alongY && !(g.partialH && ay == lastRow)) {
-        ty = ay + static_cast<A_long>(d % uSpanY) - (spanY >> 1);
-        if (ty >= lastRow) ty = g.partialH ? lastRow - 1 : lastRow;
-        if (ty < 0) ty = 0;
-      }
-      const uint32_t b = static_cast<uint32_t>(ty) * cols + static_cast<uint32_t>(tx);
+      const uint32_t a = pairA[next], b = pairB[next];
+      ++next;
 
       bool affected;
       switch (in.maskType) {
@@ -374,38 +491,30 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
 
   // Source of frame k: entry 0 is the input, entries 1..nframes the time
   // frames, each with its own stride in bytes.
-  const unsigned char* sources[MAX_TIME_FRAMES + 1];
-  ptrdiff_t sourceStrides[MAX_TIME_FRAMES + 1];
-  sources[0] = in.inData;
-  sourceStrides[0] = in.inRowbytes;
+  BlockPass pass;
+  pass.sources[0] = in.inData;
+  pass.strides[0] = in.inRowbytes;
   for (A_long k = 1; k <= nframes; ++k) {
-    sources[k] = static_cast<const unsigned char*>(in.frames[k - 1]);
-    sourceStrides[k] = static_cast<ptrdiff_t>(in.strides[k - 1]) * static_cast<ptrdiff_t>(sizeof(T));
+    pass.sources[k] = static_cast<const unsigned char*>(in.frames[k - 1]);
+    pass.strides[k] = static_cast<ptrdiff_t>(in.strides[k - 1]) * static_cast<ptrdiff_t>(sizeof(T));
   }
-  const ptrdiff_t channelOffset = (channel & 3) * static_cast<ptrdiff_t>(sizeof(T));
-  const ptrdiff_t orb = in.outRowbytes;
+  pass.out = out;
+  pass.outRowbytes = in.outRowbytes;
+  pass.channel = channel;
+  pass.idx = idx;
+  pass.frame = frame;
+  pass.flag = flag;
 
-  for (A_long r = 0; r < g.rows; ++r) {
-    const A_long rows = g.blockRows(r);
-    for (A_long c = 0; c < g.columns; ++c) {
-      const size_t i = static_cast<size_t>(r) * g.columns + c;
-      if (!flag[i]) continue;
-      const A_long cols = g.blockCols(c);
-      const unsigned k = frame[i];
-      const ptrdiff_t stride = sourceStrides[k];
-      // Byte offsets are ptrdiff_t: rows times rowbytes exceeds 2^31 on big frames.
-      const unsigned char* src = sources[k] + static_cast<ptrdiff_t>(r) * g.bh * stride +
-                                 static_cast<ptrdiff_t>(c) * g.bw * pix;
-      const A_u_long dest = idx[i];
-      unsigned char* dst = out + static_cast<ptrdiff_t>(dest >> 16) * g.bh * orb +
-                           static_cast<ptrdiff_t>(dest & 0xFFFF) * g.bw * pix;
-      if (channel == 0) {
-        const size_t bytes = static_cast<size_t>(cols) * pix;
-        for (A_long y = 0; y < rows; ++y) memcpy(dst + y * orb, src + y * stride, bytes);
-      } else {
-        for (A_long y = 0; y < rows; ++y) copyChannel<T>(dst + y * orb, src + y * stride, cols, channelOffset);
-      }
-    }
+  // The row-ordered pass needs a little scratch memory; without it the
+  // block-ordered pass writes the same pixels.
+  const size_t runsOffset = (m * sizeof(A_u_long) + alignof(Run) - 1) / alignof(Run) * alignof(Run);
+  void* scratch = renderAllocate(allocator, runsOffset + static_cast<size_t>(g.columns) * sizeof(Run));
+  if (scratch) {
+    blockPassByRows<T>(g, pass, static_cast<A_u_long*>(scratch),
+                       reinterpret_cast<Run*>(static_cast<unsigned char*>(scratch) + runsOffset));
+    free(scratch);
+  } else {
+    blockPassByBlocks<T>(g, pass);
   }
 
   if (hooks && hooks->observe) {

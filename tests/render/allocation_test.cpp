@@ -23,7 +23,10 @@ RenderHooks failingHooks(rt::FailingAllocator* f, rt::Captured* cap) {
   return h;
 }
 
-TYPED_TEST(Allocation, FourArraysPerCallWhateverTheFrameSize) {
+// The four per-block arrays, then one scratch buffer for the row-ordered
+// block pass: the same five whatever the frame size, so nothing is
+// allocated per pixel or per block row.
+TYPED_TEST(Allocation, FiveAllocationsPerCallWhateverTheFrameSize) {
   using T = TypeParam;
   std::mt19937 rng(1);
   for (int size : {8, 64, 150}) {
@@ -38,7 +41,7 @@ TYPED_TEST(Allocation, FourArraysPerCallWhateverTheFrameSize) {
     rt::Captured cap;
     Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
     EXPECT_TRUE(cap.seen);
-    EXPECT_EQ(f.calls, 4) << "size " << size;
+    EXPECT_EQ(f.calls, 5) << "size " << size;
   }
 }
 
@@ -92,13 +95,13 @@ TYPED_TEST(Allocation, TimeFrameCopiesComeFirstAndAFailureDropsTheTimeShift) {
     v.timeLayers[k] = &frames.back()->def;
   }
 
-  // Normal: three copies, then the four arrays.
+  // Normal: three copies, then the four arrays and the scratch buffer.
+  World<T> normal(20, 16);
   {
-    World<T> out(20, 16);
     rt::FailingAllocator f;
     rt::Captured cap;
-    Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
-    EXPECT_EQ(f.calls, 3 + 4);
+    Depth<T>::render(&in.def, &normal.def, v, 1.0f, failingHooks<T>(&f, &cap));
+    EXPECT_EQ(f.calls, 3 + 5);
     EXPECT_EQ(cap.s.nframes, 3);
   }
   // Without time frames, for comparison.
@@ -117,7 +120,7 @@ TYPED_TEST(Allocation, TimeFrameCopiesComeFirstAndAFailureDropsTheTimeShift) {
     Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
     EXPECT_TRUE(cap.seen);
     EXPECT_EQ(cap.s.nframes, 0);
-    EXPECT_EQ(f.calls, failOn + 4);
+    EXPECT_EQ(f.calls, failOn + 5);
     EXPECT_TRUE(rt::sameBytes(out, plain));
   }
   // A failed block array after the copies: pass-through, and the copies are
@@ -130,6 +133,59 @@ TYPED_TEST(Allocation, TimeFrameCopiesComeFirstAndAFailureDropsTheTimeShift) {
     Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
     EXPECT_FALSE(cap.seen);
     for (int y = 0; y < 16; ++y) EXPECT_EQ(memcmp(out.at(0, y, 0), in.at(0, y, 0), 20 * 4 * sizeof(T)), 0);
+  }
+  // A failed scratch buffer only changes the order of the block pass.
+  {
+    World<T> out(20, 16);
+    rt::FailingAllocator f;
+    f.failOn = 8;
+    rt::Captured cap;
+    Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
+    EXPECT_TRUE(cap.seen);
+    EXPECT_TRUE(rt::sameBytes(out, normal));
+  }
+}
+
+// Without its scratch buffer the block pass copies block by block instead of
+// row by row; the pixels must be the same in every mode.
+TYPED_TEST(Allocation, BlockOrderedPassWritesTheSamePixels) {
+  using T = TypeParam;
+  std::mt19937 rng(4);
+  for (int round = 0; round < 60; ++round) {
+    const int w = 1 + rng() % 50, h = 1 + rng() % 40;
+    World<T> in(w, h, 1, 0, 0);
+    rt::fillRandom(in, rng);
+    std::vector<std::unique_ptr<World<T>>> frames;
+    ParamValues v = rt::defaultValues();
+    v.blockWidth = 1 + rng() % 12;
+    v.blockHeight = 1 + rng() % 12;
+    v.shuffleStrength = (rng() % 1025) / 1024.0;
+    v.shuffleSpread = (rng() % 1025) / 1024.0;
+    v.shuffleDirection = rng() % 3;
+    v.shuffleSeed = static_cast<int>(rng());
+    v.channels = rng() % 5;
+    v.compositeOnOriginal = rng() % 2;
+    v.exclusiveMode = rng() % 2;
+    v.maskIntensity = (rng() % 3) * 30.0;
+    v.maskType = rng() % 3;
+    v.timeFrames = (rng() % 2) * 6;
+    v.timeProbability = 70;
+    for (int k = 0; k < v.timeFrames; ++k) {
+      frames.emplace_back(new World<T>(w, h));
+      rt::fillRandom(*frames.back(), rng);
+      v.timeLayers[k] = &frames.back()->def;
+    }
+    World<T> rows(w, h), blocks(w, h);
+    rows.fillBytes(rng);
+    blocks = rows;
+    rt::FailingAllocator none, fifth;
+    fifth.failOn = 5;
+    rt::Captured c1, c2;
+    Depth<T>::render(&in.def, &rows.def, v, 1.0f, failingHooks<T>(&none, &c1));
+    Depth<T>::render(&in.def, &blocks.def, v, 1.0f, failingHooks<T>(&fifth, &c2));
+    EXPECT_EQ(none.calls, 5);
+    EXPECT_EQ(fifth.calls, 5);
+    EXPECT_TRUE(rt::sameBytes(rows, blocks)) << "round " << round;
   }
 }
 

@@ -1,0 +1,163 @@
+// Channel sums over one block of contiguous pixels, per depth: the inner
+// loop of the mask values. Integer sums are exact, so the 8- and 16-bit
+// versions add in whatever order is fastest. Float sums are single precision
+// and must not be reordered: each channel keeps one running sum, added pixel
+// by pixel in row-major order (four independent sums fit one SSE register
+// without changing a single rounding).
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#include "aesdk/aesdk.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace tesselux_kernel {
+
+#if defined(__SSE2__)
+inline uint64_t laneSum32(__m128i v) {
+  uint32_t lanes[4];
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(lanes), v);
+  return static_cast<uint64_t>(lanes[0]) + lanes[1] + lanes[2] + lanes[3];
+}
+#endif
+
+// 8-bit ARGB: sums[0..3] += A, R, G, B over `rows` rows of `cols` pixels.
+inline void sumBlock8(const unsigned char* base, ptrdiff_t rowbytes, A_long cols, A_long rows, uint64_t* sums) {
+  uint64_t s[4] = {0, 0, 0, 0};
+  A_long vecCols = 0;
+#if defined(__SSE2__)
+  // Four pixels per step. The low byte of each 16-bit lane is A or G, the
+  // high byte R or B, so one mask and one shift split the channels into
+  // 16-bit lanes. After 128 steps (at most 32640 a lane, inside the signed
+  // range that madd reads) the lanes are folded into 32-bit lanes, and those
+  // into 64-bit totals every 32768 folds, long before they could overflow.
+  vecCols = cols & ~3;
+  if (vecCols > 0) {
+    const __m128i low = _mm_set1_epi16(0x00FF);
+    const __m128i even = _mm_set1_epi32(0x00000001);
+    const __m128i odd = _mm_set1_epi32(0x00010000);
+    const __m128i zero = _mm_setzero_si128();
+    __m128i a32 = zero, r32 = zero, g32 = zero, b32 = zero, ag = zero, rb = zero;
+    A_long room = 128;  // steps left before the 16-bit lanes must be folded
+    int folds = 0;
+    for (A_long y = 0; y < rows; ++y) {
+      const unsigned char* p = base + y * rowbytes;
+      A_long x = 0;
+      while (x < vecCols) {
+        const A_long steps = (vecCols - x) / 4 < room ? (vecCols - x) / 4 : room;
+        const unsigned char* q = p + 4 * x;
+        for (A_long k = 0; k < steps; ++k, q += 16) {
+          const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+          ag = _mm_add_epi16(ag, _mm_and_si128(v, low));
+          rb = _mm_add_epi16(rb, _mm_srli_epi16(v, 8));
+        }
+        x += 4 * steps;
+        room -= steps;
+        const bool last = y == rows - 1 && x == vecCols;
+        if (room == 0 || last) {
+          a32 = _mm_add_epi32(a32, _mm_madd_epi16(ag, even));
+          g32 = _mm_add_epi32(g32, _mm_madd_epi16(ag, odd));
+          r32 = _mm_add_epi32(r32, _mm_madd_epi16(rb, even));
+          b32 = _mm_add_epi32(b32, _mm_madd_epi16(rb, odd));
+          ag = rb = zero;
+          room = 128;
+          if (++folds == 32768 || last) {
+            s[0] += laneSum32(a32);
+            s[1] += laneSum32(r32);
+            s[2] += laneSum32(g32);
+            s[3] += laneSum32(b32);
+            a32 = r32 = g32 = b32 = zero;
+            folds = 0;
+          }
+        }
+      }
+    }
+  }
+#endif
+  if (vecCols < cols) {
+    for (A_long y = 0; y < rows; ++y) {
+      const unsigned char* p = base + y * rowbytes;
+      for (A_long x = vecCols; x < cols; ++x)
+        for (int c = 0; c < 4; ++c) s[c] += p[4 * x + c];
+    }
+  }
+  for (int c = 0; c < 4; ++c) sums[c] += s[c];
+}
+
+// 16-bit ARGB: sums[0..3] += A, R, G, B.
+inline void sumBlock16(const unsigned char* base, ptrdiff_t rowbytes, A_long cols, A_long rows, uint64_t* sums) {
+  uint64_t s[4] = {0, 0, 0, 0};
+  A_long vecCols = 0;
+#if defined(__SSE2__)
+  // Two pixels per step, widened to one 32-bit lane per channel. A lane
+  // gains at most 2 * 65535 a step, so it is emptied every 16384 steps.
+  vecCols = cols & ~1;
+  if (vecCols > 0) {
+    const __m128i zero = _mm_setzero_si128();
+    __m128i acc = zero;
+    A_long room = 16384;  // steps left before the 32-bit lanes must be emptied
+    for (A_long y = 0; y < rows; ++y) {
+      const unsigned char* p = base + y * rowbytes;
+      A_long x = 0;
+      while (x < vecCols) {
+        const A_long steps = (vecCols - x) / 2 < room ? (vecCols - x) / 2 : room;
+        const unsigned char* q = p + 8 * x;
+        for (A_long k = 0; k < steps; ++k, q += 16) {
+          const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+          acc = _mm_add_epi32(acc, _mm_add_epi32(_mm_unpacklo_epi16(v, zero), _mm_unpackhi_epi16(v, zero)));
+        }
+        x += 2 * steps;
+        room -= steps;
+        if (room == 0 || (y == rows - 1 && x == vecCols)) {
+          uint32_t lanes[4];
+          _mm_storeu_si128(reinterpret_cast<__m128i*>(lanes), acc);
+          for (int c = 0; c < 4; ++c) s[c] += lanes[c];
+          acc = zero;
+          room = 16384;
+        }
+      }
+    }
+  }
+#endif
+  if (vecCols < cols) {
+    for (A_long y = 0; y < rows; ++y) {
+      const unsigned char* p = base + y * rowbytes;
+      for (A_long x = vecCols; x < cols; ++x)
+        for (int c = 0; c < 4; ++c) {
+          uint16_t v;
+          memcpy(&v, p + 8 * x + 2 * c, sizeof v);
+          s[c] += v;
+        }
+    }
+  }
+  for (int c = 0; c < 4; ++c) sums[c] += s[c];
+}
+
+// Float ARGB: sums[0..3] += A, R, G, B, pixel by pixel in row-major order.
+inline void sumBlock32(const unsigned char* base, ptrdiff_t rowbytes, A_long cols, A_long rows, float* sums) {
+#if defined(__SSE2__)
+  __m128 acc = _mm_loadu_ps(sums);
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long x = 0; x < cols; ++x) acc = _mm_add_ps(acc, _mm_loadu_ps(reinterpret_cast<const float*>(p + 16 * x)));
+  }
+  _mm_storeu_ps(sums, acc);
+#else
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long x = 0; x < cols; ++x)
+      for (int c = 0; c < 4; ++c) {
+        float v;
+        memcpy(&v, p + 16 * x + 4 * c, sizeof v);
+        sums[c] += v;
+      }
+  }
+#endif
+}
+
+}  // namespace tesselux_kernel
