@@ -198,7 +198,8 @@ const uint8_t kPicture[2 * 4 * 4] = {0,   0,   255, 255, 0,  255, 0,   255, 255,
 
 // Draw modes by effect_win.index: 1 draws at the title frame's origin; 2 at
 // (10.4, 2.6) with opacity 0.5; 3 forgets to release the image; 4 asks for an
-// ARGB image; 5 keeps the Path suite.
+// ARGB image; 5 keeps the Path suite; 6 paints a rectangle instead; 7 gives
+// too few row bytes; 8 releases the supplier it was only lent.
 PF_Err drawEvent(PF_InData* in, PF_EventExtra* e) {
   const int mode = e->effect_win.index;
   auto* cui = acquire<PF_EffectCustomUISuite1>(in, kPFEffectCustomUISuite, 1);
@@ -213,13 +214,19 @@ PF_Err drawEvent(PF_InData* in, PF_EventExtra* e) {
   if (!err) err = cui->PF_GetDrawingReference(e->contextH, &ref);
   if (!err) err = draw->GetSupplier(ref, &sup);
   if (!err) err = draw->GetSurface(ref, &surf);
+  if (!err && mode == 6) {
+    const DRAWBOT_ColorRGBA red{1.0f, 0.0f, 0.0f, 1.0f};
+    const DRAWBOT_RectF32 rect{1.0f, 1.0f, 2.0f, 3.0f};
+    err = surface->PaintRect(surf, &red, &rect);
+  }
+  if (!err && mode == 8) err = supplier->ReleaseObject(reinterpret_cast<DRAWBOT_ObjectRef>(sup));
   DRAWBOT_ImageRef image = nullptr;
-  if (!err)
-    err = supplier->NewImageFromBuffer(sup, 4, 2, 16,
+  if (!err && mode != 6)
+    err = supplier->NewImageFromBuffer(sup, 4, 2, mode == 7 ? 8 : 16,
                                        mode == 4 ? kDRAWBOT_PixelLayout_32ARGB_Straight
                                                  : kDRAWBOT_PixelLayout_32BGRA_Straight,
                                        kPicture, &image);
-  if (!err) {
+  if (!err && image) {
     DRAWBOT_PointF32 origin{static_cast<float>(e->effect_win.param_title_frame.left),
                             static_cast<float>(e->effect_win.param_title_frame.top)};
     float opacity = 1.0f;

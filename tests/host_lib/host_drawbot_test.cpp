@@ -151,6 +151,33 @@ TEST_F(FakeHost, DrawbotSuiteKeptIsABreak) {
   host.clearContractBreaks();
 }
 
+TEST_F(FakeHost, PaintRectFillsOnTheSurface) {
+  ASSERT_EQ(host.draw(6, PF_EA_PARAM_TITLE), PF_Err_NONE);
+  const Surface& s = host.surface();
+  for (int y = 0; y < 6; ++y)
+    for (int x = 0; x < 5; ++x) {
+      const bool inside = x >= 1 && x < 3 && y >= 1 && y < 4;
+      EXPECT_EQ(at(s, x, y), inside ? (Px{0, 0, 255, 255}) : kPanel) << x << "," << y;
+    }
+  EXPECT_EQ(host.callsTo("PaintRect"), (std::vector<HostCall>{{"PaintRect", "1,1,2,3"}}));
+  EXPECT_TRUE(breaks().empty());
+}
+
+TEST_F(FakeHost, ImageWithTooFewRowBytesIsABreak) {
+  EXPECT_EQ(host.draw(7, PF_EA_PARAM_TITLE), kSPBadParameterError);
+  EXPECT_EQ(breaks(), (Breaks{"PF_Cmd_EVENT: NewImageFromBuffer with invalid arguments (4x2, row "
+                              "bytes 8, layout 6)"}));
+  host.clearContractBreaks();
+}
+
+TEST_F(FakeHost, ReleasingTheLentSupplierIsABreak) {
+  EXPECT_EQ(host.draw(8, PF_EA_PARAM_TITLE), kSPBadParameterError);
+  EXPECT_EQ(host.callsTo("ReleaseObject"), (std::vector<HostCall>{{"ReleaseObject", "supplier"}}));
+  EXPECT_EQ(breaks(),
+            (Breaks{"PF_Cmd_EVENT: ReleaseObject of the supplier, which the effect does not own"}));
+  host.clearContractBreaks();
+}
+
 TEST_F(FakeHost, DrawImageFailureStillReleasesEverything) {
   host.failCall("DrawImage", 77);
   EXPECT_EQ(host.draw(1, PF_EA_PARAM_TITLE), 77);

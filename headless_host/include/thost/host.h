@@ -247,8 +247,8 @@ class Host {
   // Make callback `fn` (a HostCall::fn name) fail with `err` on its nth call
   // from now (1-based), or on every call when nth is 0. Callbacks that return
   // a pointer return null instead; host_get_handle_size returns 0; sprintf
-  // writes nothing and returns -1; the maths functions return NaN; callbacks
-  // returning void do nothing. The failing call is still recorded. The
+  // writes nothing and returns -1; the maths functions return NaN; IsEqual
+  // returns false; callbacks returning void do nothing. The failing call is still recorded. The
   // registration callback is "PF_PluginDataCB" ("PluginDataCB" is accepted too).
   void failCall(const std::string& fn, PF_Err err, int nth = 0);
   void clearFailures();
