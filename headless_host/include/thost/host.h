@@ -54,12 +54,15 @@ struct ApiVersion {
 //   AddSupportedPixelFormat  "0x<format hex>"      ClearSupportedPixelFormats  ""
 //   GetPixelFormat, PF_GetPixelFormat  ""
 //   NewWorldOfPixelFormat  "<w>,<h>,0x<format hex>"  PF_NewWorld  "<w>,<h>,0x<format hex>"
-//   DisposeWorld, PF_DisposeWorld  ""
+//   DisposeWorld, PF_DisposeWorld, dispose_world  ""   new_world (utils)  "<w>,<h>"
+//   GetBlackForPixelFormat, GetWhiteForPixelFormat, ConvertColorToPixelFormattedData  "0x<format hex>"
+//   iterate_generic     "<iterations>"
 //   EffectWantsCheckedOutFramesToMatchRenderPixelFormat and the other Utility Suite functions  ""
 //   PF_UpdateParamUI    "<index>"   (and the other Param Utils functions: "<index>" where they take one)
 //   PF_GetDrawingReference, GetSupplier, GetSurface  ""
 //   NewImageFromBuffer  "<w>,<h>,<row bytes>,<layout>"
-//   DrawImage           "<x>,<y>,<opacity>"       ReleaseObject, RetainObject  "image" | "supplier" | "surface" | "draw" | "unknown"
+//   DrawImage           "<x>,<y>,<opacity>"       PaintRect  "<left>,<top>,<width>,<height>"
+//   ReleaseObject, RetainObject  "image" | "supplier" | "surface" | "draw" | "unknown"
 //   any other callback or suite function  ""
 struct HostCall {
   HostCall() = default;
