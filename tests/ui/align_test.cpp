@@ -181,9 +181,13 @@ TEST(FindAlignedValue, PropertyOnARandomSampleTo10000AndBlockTo4096) {
   EXPECT_EQ(violations, 0);
 }
 
-TEST(FindAlignedValue, BlockSizesAboveTheSliderCapAreKeptWhenTheyDivide) {
-  // Outside the property's range: a B above 4096 that divides T comes back as it is.
+TEST(FindAlignedValue, BlockSizesAboveTheSliderCapComeBackAsTheyAre) {
+  // Outside the property's range (the sliders stop at 4096): with B >= 4096 the
+  // upward candidate is B itself, at distance 0, so a B of at most T is kept
+  // whether it divides T or not, and the result can exceed 4096.
   EXPECT_EQ(findAlignedValue(10000, 5000), 5000);
+  EXPECT_EQ(findAlignedValue(10000, 4097), 4097);
+  EXPECT_EQ(alignLiteral(10000, 4097), 4097);
 }
 
 TEST(FindAlignedValue, InputsOutsideTheDomainLeaveTheSizeAlone) {
