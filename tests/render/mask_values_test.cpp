@@ -277,3 +277,38 @@ TYPED_TEST(MaskValues, StretchedMaskBlocksAverageTheirSamples) {
 }
 
 }  // namespace
+
+namespace {
+
+// Blocks far larger than the summing loops' internal lane limits: the totals
+// must still be exact.
+template <typename T>
+void expectLargeBlockAverage(int w, int h, int channel) {
+  std::mt19937 rng(123);
+  World<T> in(w, h);
+  rt::fillRandom(in, rng);
+  uint64_t sums[4] = {0, 0, 0, 0};
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x)
+      for (int c = 0; c < 4; ++c) sums[c] += in.get(x, y, c);
+  const uint64_t n = static_cast<uint64_t>(w) * h;
+  ParamValues v = withIntensity<T>(50, channel, w, h);
+  const auto m = maskValues(in, v);
+  uint64_t expected;
+  if (std::is_same<T, uint8_t>::value) {
+    expected = channel == 0 ? (sums[1] / n + sums[2] / n + sums[3] / n) * 32768 / 765
+                            : (sums[channel % 4] / n) * 32768 / 255;
+  } else {
+    expected = channel == 0 ? (sums[1] / n + sums[2] / n + sums[3] / n) / 3 : sums[channel % 4] / n;
+  }
+  EXPECT_EQ(m[0], expected > 32767 ? 32768u : expected) << w << "x" << h << " channel " << channel;
+}
+
+TEST(MaskValuesDepth, LargeBlocksSumExactly) {
+  for (int channel = 0; channel <= 4; ++channel) {
+    expectLargeBlockAverage<uint8_t>(301, 257, channel);   // 77357 pixels, odd width
+    expectLargeBlockAverage<uint16_t>(203, 181, channel);  // 36743 pixels, past 16384 two-pixel steps
+  }
+}
+
+}  // namespace
