@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "params/param_values.h"
+#include "render_support.h"
 #include "render/render.h"
 
 namespace {
@@ -94,30 +95,6 @@ Frames& frames(int w, int h, bool withTimes) {
   return f;
 }
 
-ParamValues defaults() {
-  ParamValues v;
-  memset(&v, 0, sizeof v);
-  v.compositeOnOriginal = 1;
-  v.channels = 0;
-  v.blockWidth = 32;
-  v.blockHeight = 32;
-  v.shuffleStrength = 0.1;
-  v.shuffleSpread = 0.1;
-  v.shuffleDirection = 0;
-  v.shuffleSeed = 777;
-  v.maskIntensity = 0;
-  v.maskType = 0;
-  v.maskSeed = 133;
-  v.timeFrames = 0;
-  v.timeProbability = 25;
-  v.steppingUnit = 0;
-  v.timeStepSeconds = 0.05;
-  v.timeStepFrames = 2;
-  v.edgeTimeMode = 2;
-  v.timeSeed = 337;
-  v.exclusiveMode = 0;
-  return v;
-}
 
 enum Case { kDefault, kIntensity50, kTimeFrames16, kBlocks2x2Strength1 };
 
@@ -131,7 +108,7 @@ PF_Err renderDepth(PF_LayerDef* in, PF_LayerDef* out, const ParamValues& v) {
 template <typename T>
 void BM_Render(benchmark::State& state, int w, int h, Case which) {
   Frames& f = frames<T>(w, h, which == kTimeFrames16);
-  ParamValues v = defaults();
+  ParamValues v = rt::defaultValues();
   switch (which) {
     case kDefault:
       break;
