@@ -1,7 +1,7 @@
 // Registration, the exported symbols and the resource description.
 #include <cstdio>
 #include <fstream>
-#include <regex>
+#include <cctype>
 #include <set>
 #include <sstream>
 
@@ -55,14 +55,34 @@ std::string readFile(const std::string& path) {
   return s.str();
 }
 
-// The value list of one PiPL property, without comments and surrounding space.
+// The value list of one PiPL property ("Key { values }"), without comments and
+// white space.
 std::string piplProperty(const std::string& text, const std::string& key) {
-  const std::regex re(key + R"(\s*\{([^}]*)\})");
-  std::smatch m;
-  if (!std::regex_search(text, m, re)) return "<missing " + key + ">";
-  std::string v = std::regex_replace(m[1].str(), std::regex(R"(/\*.*?\*/)"), "");
-  v = std::regex_replace(v, std::regex(R"(\s+)"), "");
-  return v;
+  size_t at = 0;
+  while ((at = text.find(key, at)) != std::string::npos) {
+    const size_t after = at + key.size();
+    const auto isWordChar = [](char c) {
+      return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+    };
+    const bool wholeWord =
+        (at == 0 || !isWordChar(text[at - 1])) && after < text.size() && !isWordChar(text[after]);
+    const size_t open = text.find_first_not_of(" \t\r\n", after);
+    if (wholeWord && open != std::string::npos && text[open] == '{') {
+      const size_t close = text.find('}', open);
+      std::string body = text.substr(open + 1, close - open - 1);
+      std::string value;
+      for (size_t i = 0; i < body.size(); ++i) {
+        if (body.compare(i, 2, "/*") == 0) {
+          i = body.find("*/", i + 2) + 1;
+        } else if (!std::isspace(static_cast<unsigned char>(body[i]))) {
+          value += body[i];
+        }
+      }
+      return value;
+    }
+    at = after;
+  }
+  return "<missing " + key + ">";
 }
 
 }  // namespace
