@@ -94,16 +94,41 @@ SPErr drawGet(const char* fn, DRAWBOT_DrawRef draw, Ref* out, Ref (Impl::*make)(
 
 // ---------------------------------------------------------------- Supplier Suite 1
 
-Impl* supplierHost(const char* fn, DRAWBOT_SupplierRef supplier, std::string args,
-                   std::optional<PF_Err>& fail) {
+// Enters `fn` for a call on one of the host's own Drawbot objects. A reference
+// the host did not give is a break, and the call goes no further (null).
+template <typename Ref>
+Impl* objectHost(const char* fn, Ref given, Ref (Impl::*own)(), const char* via,
+                 const char* what, std::string args, std::optional<PF_Err>& fail) {
   Impl* h = Impl::current(fn);
   if (!h) return nullptr;
-  fail = h->enter(fn, std::move(args), kSupplierVia);
-  if (supplier != h->supplierRef()) {
-    h->addBreak(std::string(fn) + " with a supplier the host did not give");
+  fail = h->enter(fn, std::move(args), via);
+  if (given != (h->*own)()) {
+    h->addBreak(std::string(fn) + " with a " + what + " the host did not give");
     return nullptr;
   }
   return h;
+}
+
+// A query on one of the host's objects that answers `value` through `out`.
+template <typename Ref, typename T>
+SPErr objectAnswer(const char* fn, Ref given, Ref (Impl::*own)(), const char* via,
+                   const char* what, T* out, T value) {
+  std::optional<PF_Err> fail;
+  Impl* h = objectHost(fn, given, own, via, what, "", fail);
+  if (!h) return kSPBadParameterError;
+  if (!out) {
+    h->addBreak(std::string(fn) + " without a result pointer");
+    return kSPBadParameterError;
+  }
+  if (fail) return *fail;
+  *out = value;
+  return kSPNoError;
+}
+
+Impl* supplierHost(const char* fn, DRAWBOT_SupplierRef supplier, std::string args,
+                   std::optional<PF_Err>& fail) {
+  return objectHost(fn, supplier, &Impl::supplierRef, kSupplierVia, "supplier", std::move(args),
+                    fail);
 }
 
 SPErr newImageFromBuffer(DRAWBOT_SupplierRef supplier, int width, int height, int rowBytes,
@@ -182,16 +207,7 @@ SPErr releaseObject(DRAWBOT_ObjectRef obj) {
 
 template <typename T>
 SPErr supplierAnswer(const char* fn, DRAWBOT_SupplierRef supplier, T* out, T value) {
-  std::optional<PF_Err> fail;
-  Impl* h = supplierHost(fn, supplier, "", fail);
-  if (!h) return kSPBadParameterError;
-  if (!out) {
-    h->addBreak(std::string(fn) + " without a result pointer");
-    return kSPBadParameterError;
-  }
-  if (fail) return *fail;
-  *out = value;
-  return kSPNoError;
+  return objectAnswer(fn, supplier, &Impl::supplierRef, kSupplierVia, "supplier", out, value);
 }
 
 // Pens, brushes, fonts and paths are not drawn by this host: it refuses to make them.
@@ -208,14 +224,8 @@ SPErr supplierRefuse(const char* fn, DRAWBOT_SupplierRef supplier, Out* out) {
 
 Impl* surfaceHost(const char* fn, DRAWBOT_SurfaceRef surface, std::string args,
                   std::optional<PF_Err>& fail) {
-  Impl* h = Impl::current(fn);
-  if (!h) return nullptr;
-  fail = h->enter(fn, std::move(args), kSurfaceVia);
-  if (surface != h->surfaceRef()) {
-    h->addBreak(std::string(fn) + " with a surface the host did not give");
-    return nullptr;
-  }
-  return h;
+  return objectHost(fn, surface, &Impl::surfaceRef, kSurfaceVia, "surface", std::move(args),
+                    fail);
 }
 
 SPErr drawImage(DRAWBOT_SurfaceRef surface, DRAWBOT_ImageRef image, const DRAWBOT_PointF32* origin,
@@ -282,16 +292,7 @@ SPErr paintRect(DRAWBOT_SurfaceRef surface, const DRAWBOT_ColorRGBA* color,
 
 template <typename T>
 SPErr surfaceAnswer(const char* fn, DRAWBOT_SurfaceRef surface, T* out, T value) {
-  std::optional<PF_Err> fail;
-  Impl* h = surfaceHost(fn, surface, "", fail);
-  if (!h) return kSPBadParameterError;
-  if (!out) {
-    h->addBreak(std::string(fn) + " without a result pointer");
-    return kSPBadParameterError;
-  }
-  if (fail) return *fail;
-  *out = value;
-  return kSPNoError;
+  return objectAnswer(fn, surface, &Impl::surfaceRef, kSurfaceVia, "surface", out, value);
 }
 
 SPErr surfaceRecordOnly(const char* fn, DRAWBOT_SurfaceRef surface) {
