@@ -1,5 +1,7 @@
 #include "entry/entry.h"
 
+#include <cstring>
+
 #include "entry/effect_info.h"
 #include "host/header_draw.h"
 #include "host/render_pipeline.h"
@@ -73,7 +75,7 @@ PF_Err newSequenceBlock(PF_InData* in_data, PF_OutData* out_data) {
   out_data->flat_sdata_size = SEQUENCE_BLOCK_SIZE;
   void* block = in_data->utils->host_lock_handle(h);
   if (block) {
-    __builtin_memset(block, 0, SEQUENCE_BLOCK_SIZE);
+    std::memset(block, 0, SEQUENCE_BLOCK_SIZE);
   }
   in_data->utils->host_unlock_handle(h);
   return PF_Err_NONE;
@@ -90,7 +92,7 @@ PF_Err copySequenceBlock(PF_InData* in_data, PF_OutData* out_data, bool replace)
   if (!flat) return PF_Err_INTERNAL_STRUCT_DAMAGED;
   void* dst = handles->host_lock_handle(flat);
   if (!dst) return PF_Err_NONE;
-  __builtin_memcpy(dst, *in_data->sequence_data, SEQUENCE_BLOCK_SIZE);
+  std::memcpy(dst, *in_data->sequence_data, SEQUENCE_BLOCK_SIZE);
   if (replace) handles->host_dispose_handle(in_data->sequence_data);
   out_data->sequence_data = flat;
   handles->host_unlock_handle(flat);
