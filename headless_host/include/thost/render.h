@@ -1,0 +1,145 @@
+// The headless host's render side: clips held by the host, and a set-up effect
+// instance that renders frames of them, many at once, as After Effects'
+// multi-frame rendering or Premiere Pro's render threads do.
+//
+// Pixels are ARGB in memory in both hosts (channel 0 alpha, 1 red, 2 green,
+// 3 blue): 8-bit 0..255, 16-bit 0..32768, float with 1.0 full.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "thost/host.h"
+
+namespace thost {
+
+enum class Depth { Bits8 = 8, Bits16 = 16, Float32 = 32 };
+
+inline int bytesPerPixel(Depth d) { return d == Depth::Bits8 ? 4 : d == Depth::Bits16 ? 8 : 16; }
+
+// One picture in host pixels: `height` rows of `rowbytes` bytes each (at least
+// width * bytesPerPixel), ARGB, with its origin in layer coordinates.
+struct Image {
+  int width = 0, height = 0;
+  Depth depth = Depth::Bits8;
+  A_long originX = 0, originY = 0;
+  std::ptrdiff_t rowbytes = 0;
+  std::vector<uint8_t> pixels;
+
+  Image() = default;
+  Image(int w, int h, Depth d);  // tightly packed, zero-filled
+  uint8_t* row(int y) { return pixels.data() + y * rowbytes; }
+  const uint8_t* row(int y) const { return pixels.data() + y * rowbytes; }
+  bool operator==(const Image& o) const;  // same geometry and the same pixels (row padding ignored)
+};
+
+// A layer as the host holds it: frames served by random access. frame() is
+// called concurrently from render threads and must be thread-safe. Frames of
+// one clip may differ in size and origin.
+class Clip {
+ public:
+  virtual ~Clip() = default;
+  virtual int frameCount() const = 0;
+  // Frame k (0 <= k < frameCount()) in the given depth. Shared, so a cache may keep it.
+  virtual std::shared_ptr<const Image> frame(int k, Depth depth) const = 0;
+};
+
+// A clip of frames held in memory, made per depth by a callback (tests).
+class MemoryClip : public Clip {
+ public:
+  using Maker = std::function<Image(int k, Depth depth)>;
+  MemoryClip(int frames, Maker maker);
+  int frameCount() const override { return frames_; }
+  std::shared_ptr<const Image> frame(int k, Depth depth) const override;
+
+ private:
+  int frames_;
+  Maker maker_;
+};
+
+// The host's time base for a clip: time_scale units a second, one frame lasts
+// time_step; the layer lasts frames * time_step. A host time t shows frame
+// floor(t / time_step), clamped to 0..frames-1.
+struct TimeBase {
+  A_u_long timeScale = 30000;
+  A_long timeStep = 1000;
+  // From a frame rate num/den: reduced, then scaled by the smallest m >= 1
+  // with num * m >= 24000 (time_scale = num * m, time_step = den * m).
+  static TimeBase fromRate(int num, int den);
+};
+
+// A control value in the host's units, by control id. Fixed sliders take the
+// value as shown (stored as 16.16, rounded to nearest, halves away from zero);
+// float sliders as shown; popups 1-based; checkboxes 0/1. Absent controls keep
+// their defaults from parameter setup.
+using ControlValues = std::map<int, double>;
+
+struct RenderRequest {
+  int frame = 0;  // output frame k: current_time = k * time_step
+  Depth depth = Depth::Bits8;
+  PF_RationalScale downsampleX{1, 1}, downsampleY{1, 1};
+  ControlValues controls;
+  std::shared_ptr<const Clip> layer;  // the effect's own layer (required)
+  std::shared_ptr<const Clip> mask;   // "Mask Source"; null: none
+  TimeBase time;
+  // Where the output goes: null lets the host make it the size and origin of
+  // the layer's frame k. A caller-provided image must match that size and depth.
+  Image* into = nullptr;
+};
+
+struct RenderResult {
+  PF_Err err = PF_Err_NONE;
+  Image output;                        // empty when the request named `into`
+  std::vector<std::string> breaks;     // contract breaks found in this render
+  int toleratedNotices = 0;            // checkouts the effect leaves by design
+  std::vector<HostCall> calls;         // every call the effect made in this render
+};
+
+// Load, register, global setup, parameter setup and sequence setup once; then
+// render any frame from any thread. Sequence setdown and global setdown run
+// on destruction, and contract breaks of those go to finalBreaks().
+class RenderHost {
+ public:
+  struct Options {
+    std::string pluginPath = Host::defaultPluginPath();
+    App app = App::AfterEffects;
+    ApiVersion version{13, 28};
+    // Guard bytes around every world and row padding beyond width, checked
+    // after each render. Off only where speed matters more than checking.
+    bool guardWorlds = true;
+    bool recordCalls = true;  // fill RenderResult::calls
+  };
+  explicit RenderHost(Options options);  // throws std::runtime_error with the reason
+  ~RenderHost();
+  RenderHost(const RenderHost&) = delete;
+  RenderHost& operator=(const RenderHost&) = delete;
+
+  // Thread-safe: each call builds its own command records and worlds.
+  RenderResult render(const RenderRequest& request) const;
+
+  // Presses "Align" for a layer of width x height with the given block size
+  // (as shown); returns the block width and height the effect set.
+  std::pair<double, double> align(double blockWidth, double blockHeight, A_long width,
+                                  A_long height);
+
+  // The controls as parameter setup added them (index 0, the layer, excluded).
+  const std::vector<AddedParam>& controls() const;
+  const Registration& registration() const;
+  A_long version() const;  // out_data->my_version of global setup
+  PF_OutFlags outFlags() const;
+  PF_OutFlags2 outFlags2() const;
+  std::vector<std::string> finalBreaks();
+
+  struct Impl;
+
+ private:
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace thost
