@@ -1,7 +1,7 @@
 # Configures the project with TESSELUX_AE_SDK_DIR pointing at a fake SDK folder
 # (empty files, this project's own, only the SDK's file layout) and checks,
 # through CMake's file API, that
-#   - the plug-in compiles the SDK helper sources (and not the SDK's sample
+#   - the plug-in compiles the SDK helper sources into its module (and not the SDK's sample
 #     MissingSuiteError.cpp, which the plug-in defines itself) on the vendor
 #     include folders, with TESSELUX_USE_VENDOR_SDK defined;
 #   - the headless host and the command stay on the project's declarations;
@@ -155,6 +155,14 @@ check("\"TESSELUX_USE_VENDOR_SDK=1\" IN_LIST plugin_defines"
       "the plug-in is not compiled with TESSELUX_USE_VENDOR_SDK")
 foreach(dir Examples/Headers Examples/Headers/SP Examples/Util)
   check("\"${sdk}/${dir}\" IN_LIST plugin_includes" "the plug-in does not include ${dir}")
+endforeach()
+
+# The loadable module is made of those objects, the SDK helpers' included.
+read_target(tesselux module)
+list(JOIN module_sources "\n" module_objects)
+foreach(helper AEFX_SuiteHelper.c AEGP_SuiteHandler.cpp)
+  check("module_objects MATCHES \"/Examples/Util/${helper}\\\\.o\""
+        "the plug-in module does not link the object of ${helper}")
 endforeach()
 
 # The headless host and the command: the project's declarations, nothing of the SDK.
