@@ -131,6 +131,41 @@ typedef struct OpaqueGrafPtr* GrafPtr;
 typedef struct OpaqueWindowPtr* WindowRef;
 typedef struct OpaqueWindowPtr* WindowPtr;
 
+// Wide integers and time stamps.
+struct wide {
+  UInt32 lo;
+  SInt32 hi;
+};
+typedef struct wide wide;
+struct UnsignedWide {
+  UInt32 lo;
+  UInt32 hi;
+};
+typedef struct UnsignedWide UnsignedWide;
+typedef UnsignedWide AbsoluteTime;
+typedef UnsignedWide Nanoseconds;
+
+// Files, resources and Apple events.
+typedef SInt16 ResID;
+typedef SInt16 ResAttributes;
+typedef FourCharCode DescType;
+typedef UInt32 TextEncoding;
+struct FSRef {
+  UInt8 hidden[80];
+};
+typedef struct FSRef FSRef;
+struct FSSpec {
+  UInt8 hidden[70];
+};
+typedef struct FSSpec FSSpec;
+struct AEDesc {
+  DescType descriptorType;
+  void* dataHandle;
+};
+typedef struct AEDesc AEDesc;
+typedef struct ComponentRecord* Component;
+typedef struct ComponentInstanceRecord* ComponentInstance;
+
 // Versions and time.
 struct NumVersion {
   UInt8 nonRelRev;
