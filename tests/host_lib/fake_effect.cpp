@@ -393,7 +393,7 @@ PF_Err scenario(const std::string& s, PF_InData* in, PF_OutData* out, PF_ParamDe
     report(out, text);
   } else if (s == "pr_world_format") {
     auto* pf = acquire<PF_PixelFormatSuite1>(in, kPFPixelFormatSuite, 1);
-    PrPixelFormat f = 0;
+    PrPixelFormat f = PrPixelFormat_Any;
     const PF_Err err = pf->GetPixelFormat(&params[0]->u.ld, &f);
     release(in, kPFPixelFormatSuite, 1);
     std::snprintf(text, sizeof text, "%d 0x%08X", err, static_cast<unsigned>(f));
