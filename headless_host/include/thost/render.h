@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -61,6 +62,9 @@ class MemoryClip : public Clip {
  private:
   int frames_;
   Maker maker_;
+  // Each frame is made once per depth and then shared by every render.
+  mutable std::mutex mutex_;
+  mutable std::map<std::pair<int, Depth>, std::shared_ptr<const Image>> cache_;
 };
 
 // The host's time base for a clip: time_scale units a second, one frame lasts
