@@ -83,7 +83,7 @@ std::string describe(const LentWorldInfo& info) {
     case LentWorldInfo::Kind::Output:
       return "the output world";
     case LentWorldInfo::Kind::LayerPixels:
-      return "the pixels of checkout id " + std::to_string(info.checkoutId) + " (layer " +
+      return "the world of checkout id " + std::to_string(info.checkoutId) + " (layer " +
              std::to_string(info.layerIndex) + ", frame " + std::to_string(info.frame) + ")";
     case LentWorldInfo::Kind::LayerParam:
       return "the world of layer parameter " + std::to_string(info.layerIndex) + " (frame " +
@@ -269,7 +269,7 @@ void Host::Impl::checkLentWorlds() {
         break;
       }
     if (w->info.kind != LentWorldInfo::Kind::Output && digestOf(block, w->blockBytes) != w->digest)
-      addBreak("the pixels of " + what + " were changed; layer worlds are read-only");
+      addBreak(what + " was written to; layer worlds are read-only");
   }
 }
 
