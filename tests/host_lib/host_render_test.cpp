@@ -6,7 +6,7 @@
 #include <string>
 
 #include "fake_host.h"
-#include "render_support.h"
+#include "host_render_support.h"
 #include "thost/render.h"
 
 namespace {

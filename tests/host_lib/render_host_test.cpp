@@ -5,7 +5,7 @@
 #include <cmath>
 #include <thread>
 
-#include "render_support.h"
+#include "host_render_support.h"
 #include "thost/render.h"
 
 namespace {

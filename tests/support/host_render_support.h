@@ -1,7 +1,8 @@
-// Clips and the fake effect's expected pictures for the host's render tests.
+// Clips, and the fake effect's expected pictures, for the tests that render through the headless host.
 #pragma once
 
 #include <cstring>
+#include <type_traits>
 #include <memory>
 #include <vector>
 
