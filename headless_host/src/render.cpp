@@ -517,6 +517,15 @@ PF_EffectWorld* Host::checkoutWorld(A_long checkoutId) {
   return &it->second.world->world;
 }
 
+PF_EffectWorld* Host::maskWorld() {
+  const PF_ParamIndex mask = impl_->maskIndex();
+  if (mask < 0) return nullptr;
+  PF_EffectWorld* found = nullptr;
+  for (const auto& w : impl_->render.lent)
+    if (w->info.layerIndex == mask && w->info.kind != LentWorldInfo::Kind::Output) found = &w->world;
+  return found;
+}
+
 std::vector<LentWorldInfo> Host::lentWorlds() const {
   std::vector<LentWorldInfo> out;
   for (const auto& w : impl_->render.lent) out.push_back(w->info);

@@ -234,6 +234,9 @@ TEST_F(LegacyRenderTest, DrawsWithCheckedOutLayersAndToleratesItsOwnLayer) {
   EXPECT_EQ(host.layerCheckouts(), expected);
   EXPECT_EQ(host.toleratedNotices(), 1);
   EXPECT_EQ(host.inputWorld()->width, 7);
+  ASSERT_NE(host.maskWorld(), nullptr);
+  EXPECT_EQ(host.maskWorld()->width, 4);
+  EXPECT_GT(host.maskWorld()->rowbytes, 4 * 4);
   EXPECT_TRUE(breaks().empty()) << breaks().front();
 }
 

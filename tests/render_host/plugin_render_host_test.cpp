@@ -132,6 +132,7 @@ TEST_F(PluginRenderTest, SmartRenderEqualsTheRendererOnTheSameWorlds) {
     ASSERT_EQ(bytes.size(), sizeof values);
     std::memcpy(&values, bytes.data(), sizeof values);
     EXPECT_EQ(values.maskLayer, h.checkoutWorld(h.maskParamIndex()));
+    EXPECT_EQ(values.maskLayer, h.maskWorld());
     EXPECT_EQ(values.timeLayers[2], h.checkoutWorld(1026));
     Image direct(48, 30, d);
     PF_EffectWorld out = *h.outputWorld();

@@ -326,6 +326,9 @@ class Host {
   PF_EffectWorld* outputWorld();         // null before the first render
   PF_EffectWorld* inputWorld();          // layer 0 at the current time (id 0, or params[0])
   PF_EffectWorld* checkoutWorld(A_long checkoutId);  // pixels served for an id; null if none
+  // The mask layer's world: its pixels (SmartFX) or the last checkout of its
+  // parameter (PF_Cmd_RENDER); null when it names no layer or was not asked for.
+  PF_EffectWorld* maskWorld();
   std::vector<LentWorldInfo> lentWorlds() const;
 
   // Recording.
