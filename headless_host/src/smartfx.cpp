@@ -140,15 +140,15 @@ PF_Err checkinLayerPixels(PF_ProgPtr ref, A_long checkoutId) {
   if (!h) return PF_Err_BAD_CALLBACK_PARAM;
   auto fail = h->enter("checkin_layer_pixels", std::to_string(checkoutId), kSmartRender);
   if (!inCommand(*h, PF_Cmd_SMART_RENDER, "checkin_layer_pixels")) return PF_Err_BAD_CALLBACK_PARAM;
-  if (fail) return *fail;
   auto it = h->render.requested.find(checkoutId);
   if (it == h->render.requested.end() || it->second.out == 0) {
     h->addBreak("checkin_layer_pixels of checkout id " + std::to_string(checkoutId) +
                 ", whose pixels are not checked out");
-    return PF_Err_BAD_CALLBACK_PARAM;
+    return fail ? *fail : PF_Err_BAD_CALLBACK_PARAM;
   }
+  // The effect has given the layer back even when the host then reports an error.
   --it->second.out;
-  return PF_Err_NONE;
+  return fail ? *fail : PF_Err_NONE;
 }
 
 PF_Err checkoutOutput(PF_ProgPtr ref, PF_EffectWorld** output) {

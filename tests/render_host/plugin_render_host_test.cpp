@@ -171,6 +171,66 @@ TEST_F(PluginRenderTest, AfterEffectsRenderCommandLeavesTheOutputAlone) {
   EXPECT_TRUE(h.layerCheckouts().empty());
 }
 
+struct Injected {
+  thost::App app;
+  const char* fn;
+  int nth;
+  PF_Err expected;  // what the render returns
+};
+
+void PrintTo(const Injected& c, std::ostream* os) { *os << c.fn << " #" << c.nth; }
+
+class PluginRenderFailureTest : public PluginRenderTest,
+                                public ::testing::WithParamInterface<Injected> {};
+
+// A host failure anywhere in a render reaches the host as the render's result,
+// and the effect still gives back everything it was lent (the fixture fails
+// on any contract break).
+TEST_P(PluginRenderFailureTest, ComesBackAndStrandsNothing) {
+  const Injected& c = GetParam();
+  thost::Host& h = startInstance(c.app);
+  h.inData().current_time = 300;
+  h.failCall(c.fn, 7, c.nth);
+  PF_Err err = PF_Err_NONE;
+  if (c.app == thost::App::PremierePro) {
+    err = h.legacyRender();
+  } else {
+    err = h.preRender();
+    if (err == PF_Err_NONE) err = h.smartRender();
+  }
+  EXPECT_EQ(err, c.expected);
+  EXPECT_FALSE(h.callsTo(c.fn).empty());
+}
+
+constexpr thost::App kAE = thost::App::AfterEffects;
+constexpr thost::App kPr = thost::App::PremierePro;
+
+INSTANTIATE_TEST_SUITE_P(
+    Host, PluginRenderFailureTest,
+    ::testing::Values(Injected{kAE, "host_new_handle", 1, PF_Err_OUT_OF_MEMORY},
+                      Injected{kAE, "host_lock_handle", 1, PF_Err_OUT_OF_MEMORY},
+                      Injected{kAE, "host_lock_handle", 2, PF_Err_INTERNAL_STRUCT_DAMAGED},
+                      Injected{kAE, "checkout_param", 1, 7}, Injected{kAE, "checkout_param", 19, 7},
+                      Injected{kAE, "checkout_layer", 1, 7}, Injected{kAE, "checkout_layer", 3, 7},
+                      Injected{kAE, "checkout_layer", 5, 7},
+                      Injected{kAE, "checkout_layer_pixels", 1, 7},
+                      Injected{kAE, "checkout_layer_pixels", 2, 7},
+                      Injected{kAE, "checkout_layer_pixels", 4, 7},
+                      Injected{kAE, "checkout_output", 1, 7}, // A failed format query leaves the format unknown: 514.
+                      Injected{kAE, "PF_GetPixelFormat", 1, PF_Err_UNRECOGNIZED_PARAM_TYPE},
+                      Injected{kAE, "checkin_layer_pixels", 5, 7},
+                      Injected{kPr, "checkout_param", 1, 7}, Injected{kPr, "checkout_param", 3, 7},
+                      Injected{kPr, "checkout_param", 5, 7},
+                      Injected{kPr, "GetPixelFormat", 1, PF_Err_NONE}));
+
+TEST_F(PluginRenderTest, MissingWorldSuiteIsReportedAsAMissingSuite) {
+  thost::Host& h = startInstance();
+  h.removeSuite(kPFWorldSuite, 2);
+  ASSERT_EQ(h.preRender(), PF_Err_NONE);
+  EXPECT_EQ(h.smartRender(), A_Err_MISSING_SUITE);
+  EXPECT_EQ(h.returnMessage(), "Not able to acquire AEFX Suite.");
+}
+
 class PluginRenderHostTest : public ::testing::Test {
  protected:
   RenderRequest request(int frame, Depth depth) const {
