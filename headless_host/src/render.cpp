@@ -60,23 +60,30 @@ void PrintTo(const LayerCheckout& c, std::ostream* os) {
 
 // ---------------------------------------------------------------- lent worlds
 
+std::unique_ptr<uint8_t[]> BlockPool::take(size_t bytes) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = free_.find(bytes);
+    if (it != free_.end()) {
+      std::unique_ptr<uint8_t[]> block = std::move(it->second);
+      free_.erase(it);
+      kept_ -= bytes;
+      return block;
+    }
+  }
+  return std::unique_ptr<uint8_t[]>(new (std::nothrow) uint8_t[bytes == 0 ? 1 : bytes]);
+}
+
+void BlockPool::give(std::unique_ptr<uint8_t[]> block, size_t bytes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (kept_ + bytes > kMaxKeptBytes) return;  // freed here instead
+  free_.emplace(bytes, std::move(block));
+  kept_ += bytes;
+}
+
 namespace {
 
 constexpr size_t kGuardBytes = 64;
-
-// Fast digest of a block: a change anywhere changes it (for any practical purpose).
-uint64_t digestOf(const uint8_t* p, size_t n) {
-  uint64_t h = 0x9E3779B97F4A7C15ULL ^ n;
-  size_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    uint64_t w;
-    std::memcpy(&w, p + i, 8);
-    h = (h ^ w) * 0x100000001B3ULL;
-    h ^= h >> 29;
-  }
-  for (; i < n; ++i) h = (h ^ p[i]) * 0x100000001B3ULL;
-  return h;
-}
 
 std::string describe(const LentWorldInfo& info) {
   switch (info.kind) {
@@ -153,9 +160,17 @@ static LentWorld* makeLent(Host::Impl& h, int width, int height, A_long originX,
   const size_t rowbytes = w->rowUsed + (guard ? 3u * static_cast<size_t>(bpp) : 0u);
   w->lead = guard ? kGuardBytes : 0;
   w->blockBytes = 2 * w->lead + rowbytes * static_cast<size_t>(height);
-  w->block.reset(new (std::nothrow) uint8_t[w->blockBytes == 0 ? 1 : w->blockBytes]);
+  w->pool = h.blockPool;
+  w->block = h.blockPool->take(w->blockBytes);
   if (!w->block) return nullptr;
-  std::memset(w->block.get(), LentWorld::kGuard, w->blockBytes);
+  // Guards and row padding get the guard pattern; the caller writes every pixel.
+  uint8_t* const b = w->block.get();
+  std::memset(b, LentWorld::kGuard, w->lead);
+  std::memset(b + w->blockBytes - w->lead, LentWorld::kGuard, w->lead);
+  if (rowbytes > w->rowUsed)
+    for (int y = 0; y < height; ++y)
+      std::memset(b + w->lead + static_cast<size_t>(y) * rowbytes + w->rowUsed, LentWorld::kGuard,
+                  rowbytes - w->rowUsed);
   PF_EffectWorld& world = w->world;
   world.data = reinterpret_cast<PF_PixelPtr>(w->block.get() + w->lead);
   world.rowbytes = static_cast<A_long>(rowbytes);
@@ -194,7 +209,7 @@ LentWorld* Host::Impl::lendFrame(const Clip& clip, int frame, LentWorldInfo info
   for (int y = 0; y < image->height; ++y)
     std::memcpy(base + static_cast<size_t>(y) * static_cast<size_t>(w->world.rowbytes),
                 image->row(y), w->rowUsed);
-  if (render.guardWorlds) w->digest = digestOf(w->block.get(), w->blockBytes);
+  w->source = image;
   return w;
 }
 
@@ -268,8 +283,14 @@ void Host::Impl::checkLentWorlds() {
                  std::to_string(y) + ")");
         break;
       }
-    if (w->info.kind != LentWorldInfo::Kind::Output && digestOf(block, w->blockBytes) != w->digest)
-      addBreak(what + " was written to; layer worlds are read-only");
+    if (!w->source) continue;  // the output
+    for (int y = 0; y < w->world.height; ++y)
+      if (std::memcmp(block + w->lead + static_cast<size_t>(y) * rowbytes, w->source->row(y),
+                      w->rowUsed) != 0) {
+        addBreak(what + " was written to (row " + std::to_string(y) +
+                 "); layer worlds are read-only");
+        break;
+      }
   }
 }
 
