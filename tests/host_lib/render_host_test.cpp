@@ -49,13 +49,12 @@ TEST_F(RenderHostTest, ConcurrentFramesEqualSerialFramesByteForByte) {
   RenderHost host(fakeOptions());
   for (Depth depth : {Depth::Bits8, Depth::Float32}) {
     constexpr int kFrames = 8;
-    std::vector<RenderResult> serial;
-    for (int k = 0; k < kFrames; ++k) serial.push_back(host.render(request(k + 2, depth)));
-    std::vector<RenderResult> concurrent(kFrames);
+    std::vector<RenderResult> serial, concurrent(kFrames);
     std::vector<std::thread> threads;
     for (int k = 0; k < kFrames; ++k)
       threads.emplace_back([&, k] { concurrent[k] = host.render(request(k + 2, depth)); });
     for (std::thread& t : threads) t.join();
+    for (int k = 0; k < kFrames; ++k) serial.push_back(host.render(request(k + 2, depth)));
     for (int k = 0; k < kFrames; ++k) {
       ASSERT_EQ(serial[k].err, PF_Err_NONE);
       ASSERT_EQ(concurrent[k].err, PF_Err_NONE);

@@ -303,6 +303,9 @@ class Host {
   void setLayerClip(PF_ParamIndex index, std::shared_ptr<const Clip> clip);
   void setMaskClip(std::shared_ptr<const Clip> clip);  // maskParamIndex(); throws without one
   PF_ParamIndex maskParamIndex() const;  // first layer parameter after index 0; -1 if none
+  // Worlds are lent in this depth. Premiere Pro's GetPixelFormat answers the
+  // ARGB_4444 format of the depth (as announced, or that code when the effect
+  // announced none for it).
   void setRenderDepth(Depth depth);
   void setGuardWorlds(bool on);  // default on
   // Premiere Pro: the format GetPixelFormat answers for the output world
