@@ -1,6 +1,7 @@
 // Rendering: clips and images, the worlds the host lends, the render commands
 // on one command record, and the RenderHost that renders many frames at once.
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -561,6 +562,7 @@ struct RenderHost::Impl {
   Host host;
   PF_OutData globalOut{};
   bool setDown = false;
+  std::atomic<int> inFlight{0};
   std::mutex alignMutex;
   std::vector<std::string> alignBreaks;
 };
@@ -636,13 +638,30 @@ RenderResult RenderHost::render(const RenderRequest& request) const {
     r.into = request.into;
   }
 
+  // Several frames at once only for an effect that says it can take them.
+  struct InFlight {
+    std::atomic<int>& n;
+    int others;
+    explicit InFlight(std::atomic<int>& count) : n(count), others(count.fetch_add(1)) {}
+    ~InFlight() { n.fetch_sub(1); }
+  } inFlight(impl_->inFlight);
+  if (inFlight.others > 0 &&
+      !(impl_->globalOut.out_flags2 & PF_OutFlag2_SUPPORTS_THREADED_RENDERING))
+    d.addBreak("a frame rendered while " + std::to_string(inFlight.others) +
+               " other(s) were rendering, but the effect does not declare "
+               "PF_OutFlag2_SUPPORTS_THREADED_RENDERING");
+
   RenderResult result;
-  if (o.app == App::PremierePro) {
-    const A_long wanted = premiereArgbFormat(r.depth);
-    bool announced = false;
-    for (PrPixelFormat f : d.pixelFormats) announced = announced || f == wanted;
-    if (!announced)
-      throw std::invalid_argument("Premiere Pro renders only in pixel formats the effect announced");
+  if (o.app == App::PremierePro ||
+      !(impl_->globalOut.out_flags2 & PF_OutFlag2_SUPPORTS_SMART_RENDER)) {
+    if (o.app == App::PremierePro) {
+      const A_long wanted = premiereArgbFormat(r.depth);
+      bool announced = false;
+      for (PrPixelFormat f : d.pixelFormats) announced = announced || f == wanted;
+      if (!announced)
+        throw std::invalid_argument("Premiere Pro renders only in pixel formats the effect announced");
+    }
+    // Without SmartFX, After Effects too renders with PF_Cmd_RENDER.
     result.err = d.legacyRender();
   } else {
     result.err = d.preRender(nullptr);

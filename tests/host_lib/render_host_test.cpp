@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 #include "host_render_support.h"
@@ -139,6 +141,66 @@ TEST_F(RenderHostTest, ContractBreaksArePerRender) {
   for (std::thread& t : threads) t.join();
   for (int k = 0; k < 4; ++k) EXPECT_EQ(results[k].breaks.size(), k % 2 ? 1u : 0u) << k;
   EXPECT_TRUE(host.finalBreaks().empty()) << firstOf(host.finalBreaks());
+}
+
+// A clip whose first `parties` frame requests wait for each other, so that
+// that many renders are certainly in flight together.
+class RendezvousClip : public thost::Clip {
+ public:
+  RendezvousClip(std::shared_ptr<const thost::Clip> inner, int parties)
+      : inner_(std::move(inner)), parties_(parties) {}
+  int frameCount() const override { return inner_->frameCount(); }
+  std::shared_ptr<const Image> frame(int k, Depth depth) const override {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (arrived_ < parties_) {
+      ++arrived_;
+      arrivals_.notify_all();
+      arrivals_.wait(lock, [this] { return arrived_ >= parties_; });
+    }
+    lock.unlock();
+    return inner_->frame(k, depth);
+  }
+
+ private:
+  std::shared_ptr<const thost::Clip> inner_;
+  int parties_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable arrivals_;
+  mutable int arrived_ = 0;
+};
+
+TEST_F(RenderHostTest, OverlappingFramesNeedThreadedRenderingDeclared) {
+  RenderHost::Options o = fakeOptions();
+  o.pluginPath = THOST_FAKE_SINGLE_THREADED;
+  RenderHost host(o);
+  EXPECT_EQ(host.outFlags2() & PF_OutFlag2_SUPPORTS_THREADED_RENDERING, 0);
+  EXPECT_TRUE(host.render(request(1)).breaks.empty());  // one at a time is fine
+  RenderRequest overlapping = request(1);
+  overlapping.layer = std::make_shared<RendezvousClip>(layer, 2);
+  RenderResult a, b;
+  std::thread ta([&] { a = host.render(overlapping); });
+  std::thread tb([&] { b = host.render(overlapping); });
+  ta.join();
+  tb.join();
+  // The render that started second found the first in flight.
+  ASSERT_EQ(a.breaks.size() + b.breaks.size(), 1u);
+  const std::string& only = a.breaks.empty() ? b.breaks.front() : a.breaks.front();
+  EXPECT_NE(only.find("does not declare PF_OutFlag2_SUPPORTS_THREADED_RENDERING"), std::string::npos)
+      << only;
+  EXPECT_EQ(a.output, b.output);
+}
+
+TEST_F(RenderHostTest, ThreadedRenderingDeclaredAllowsOverlap) {
+  RenderHost host(fakeOptions());
+  RenderRequest overlapping = request(1);
+  overlapping.layer = std::make_shared<RendezvousClip>(layer, 2);
+  RenderResult a, b;
+  std::thread ta([&] { a = host.render(overlapping); });
+  std::thread tb([&] { b = host.render(overlapping); });
+  ta.join();
+  tb.join();
+  EXPECT_TRUE(a.breaks.empty()) << firstOf(a.breaks);
+  EXPECT_TRUE(b.breaks.empty()) << firstOf(b.breaks);
 }
 
 TEST(TimeBaseTest, FromRateScalesToAtLeast24000) {
