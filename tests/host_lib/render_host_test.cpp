@@ -121,6 +121,23 @@ TEST_F(RenderHostTest, RendersIntoACallersPicture) {
   EXPECT_THROW(host.render(req), std::invalid_argument);
 }
 
+TEST_F(RenderHostTest, CallsAreRecordedPerRenderOrNotAtAll) {
+  RenderHost recording(fakeOptions());
+  const RenderResult r = recording.render(request(3));
+  ASSERT_FALSE(r.calls.empty());
+  // Frame 3 at 25 frames a second: time 2880 in 24000ths.
+  EXPECT_EQ(r.calls.front(), thost::HostCall("checkout_param", "1,2880,960,24000"));
+  // Nothing carried over from the render before (handle ids do go on).
+  EXPECT_EQ(recording.render(request(3)).calls.size(), r.calls.size());
+  recording.finalBreaks();
+  RenderHost::Options o = fakeOptions();
+  o.recordCalls = false;
+  RenderHost quiet(o);
+  const RenderResult q = quiet.render(request(3));
+  EXPECT_TRUE(q.calls.empty());
+  EXPECT_EQ(q.output, r.output);
+}
+
 TEST_F(RenderHostTest, PremiereRendersOnlyInAnnouncedFormats) {
   RenderHost host(fakeOptions(thost::App::PremierePro));
   const RenderResult r = host.render(request(2));

@@ -118,6 +118,22 @@ TEST_F(PluginRenderTest, MirrorReflectsTimesPastTheLastFrame) {
   EXPECT_EQ(h.layerCheckouts()[3].frame, 5);
 }
 
+TEST_F(PluginRenderTest, OneFrameLayerSamplesItsOnlyFrameInEveryEdgeMode) {
+  thost::Host& h = startInstance();
+  h.setLayerClip(0, thost_test::patternClip(1, 48, 30));
+  for (int mode = 1; mode <= 3; ++mode) {
+    set(h, ID_EDGE_TIME_MODE, mode);
+    ASSERT_EQ(h.preRender(), PF_Err_NONE);
+    EXPECT_EQ(h.inData().total_time, 100);
+    for (const LayerCheckout& c : h.layerCheckouts())
+      if (c.layerIndex == 0) {
+        EXPECT_GE(c.time, 0) << "edge mode " << mode;
+        EXPECT_LT(c.time, 100) << "edge mode " << mode;
+      }
+    ASSERT_EQ(h.smartRender(), PF_Err_NONE);
+  }
+}
+
 TEST_F(PluginRenderTest, SmartRenderEqualsTheRendererOnTheSameWorlds) {
   thost::Host& h = startInstance();
   h.inData().current_time = 400;
