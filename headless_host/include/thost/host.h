@@ -78,7 +78,8 @@ struct ApiVersion {
 //   strcpy              the source text
 //   atan, cos, ... (ansi maths)  the argument(s) as %g
 //   add_param           "<id>"  (uu.id of the definition)
-//   checkout_param      "<index>,<time>,<time step>,<time scale>"
+//   checkout_param      "<index>,<time>,<time step>,<time scale>"  (a layer parameter comes
+//                       with its clip's frame at that time in u.ld, data null without a clip)
 //   checkin_param       "<index>" of the checked-out definition ("?" if unknown)
 //   checkout_layer      "<index>,<checkout id>,<time>,<time step>,<time scale>"  (PF_PreRenderCallbacks)
 //   GuidMixInPtr        "<bytes>"
