@@ -50,6 +50,7 @@ class RenderFailures : public PipelineTest {
 TEST_F(RenderFailures, PreRenderWithoutTheHandleSuiteAnswers13WithTheMessage) {
   thost::Host& h = ready();
   h.removeSuite(kPFHandleSuite, kPFHandleSuiteVersion1);
+  h.clearCalls();
   EXPECT_EQ(h.preRender(), A_Err_MISSING_SUITE);
   EXPECT_EQ(h.returnMessage(), kSuiteMessage);
   EXPECT_TRUE(h.outData().out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE);
