@@ -239,7 +239,15 @@ struct ShuffleSetup {
 // Steps 1 to 4 of an attempt: three draws of the shuffle stream make a pair.
 // A block of a partial last column or row stays in it; full blocks never
 // reach it. Pairs are therefore always of equal size.
-inline void drawPair(const ShuffleSetup& s, long long* w, long long* z, uint32_t* pa, uint32_t* pb) {
+#if defined(__GNUC__)
+#define TESSELUX_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define TESSELUX_ALWAYS_INLINE inline
+#endif
+
+// Kept inline so that the stream halves stay in registers: through memory,
+// every step would wait for the previous step's store.
+TESSELUX_ALWAYS_INLINE void drawPair(const ShuffleSetup& s, long long* w, long long* z, uint32_t* pa, uint32_t* pb) {
   const uint32_t a = fastMod(z_random(w, z), s.byBlocks);
   const uint32_t ay32 = fastDiv(a, s.byColumns);
   const A_long ax = static_cast<A_long>(a - ay32 * s.columns), ay = static_cast<A_long>(ay32);
@@ -546,20 +554,30 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
 // written front to back. With kStream (whole pixels only) every output row
 // is written completely, undrawn blocks as zeros, with streaming stores, so
 // no clear pass is needed.
+//
+// drawnAt holds, per output block, the source block, and frameAt (only when
+// there are time frames) its frame, both written in one pass over the
+// records in block order: reading a moved block's record later, from the
+// output side, would be a cache miss per block whose result every
+// following run's merge test waits for.
 template <typename T, bool kStream>
-void blockPassByRows(const Grid& g, const BlockPass& p, A_u_long* drawnAt, Run* runs) {
+void blockPassByRows(const Grid& g, const BlockPass& p, A_u_long* drawnAt, A_u_char* frameAt, Run* runs) {
   constexpr ptrdiff_t pix = 4 * sizeof(T);
   constexpr A_u_long kNone = 0xFFFFFFFFu;
   const size_t n = static_cast<size_t>(g.blocks);
   for (size_t j = 0; j < n; ++j) drawnAt[j] = kNone;
-  for (size_t i = 0; i < n; ++i)
-    if (p.rec[i].flag)
-      drawnAt[static_cast<size_t>(p.rec[i].idx >> 16) * g.columns + (p.rec[i].idx & 0xFFFF)] =
-          static_cast<A_u_long>(i);
+  for (size_t i = 0; i < n; ++i) {
+    const BlockRecord b = p.rec[i];
+    if (!b.flag) continue;
+    const size_t j = static_cast<size_t>(b.idx >> 16) * g.columns + (b.idx & 0xFFFF);
+    drawnAt[j] = static_cast<A_u_long>(i);
+    if (frameAt) frameAt[j] = b.frame;
+  }
 
   for (A_long r = 0; r < g.rows; ++r) {
     int count = 0;
     const A_u_long* at = drawnAt + static_cast<size_t>(r) * g.columns;
+    const A_u_char* frameRow = frameAt ? frameAt + static_cast<size_t>(r) * g.columns : nullptr;
     for (A_long c = 0; c < g.columns; ++c) {
       const A_u_long i = at[c];
       const ptrdiff_t dstOffset = static_cast<ptrdiff_t>(c) * g.bw * pix;
@@ -576,8 +594,8 @@ void blockPassByRows(const Grid& g, const BlockPass& p, A_u_long* drawnAt, Run* 
         continue;
       }
       const A_long sr = static_cast<A_long>(fastDiv(i, p.byColumns));
-      const A_long sc = static_cast<A_long>(i - static_cast<A_u_long>(sr) * static_cast<A_u_long>(g.columns));
-      const unsigned k = p.rec[i].frame;
+      const A_long sc = static_cast<A_long>(i - static_cast<uint32_t>(sr) * static_cast<uint32_t>(g.columns));
+      const unsigned k = frameRow ? frameRow[c] : 0;
       const ptrdiff_t stride = p.strides[k];
       const unsigned char* src =
           p.sources[k] + static_cast<ptrdiff_t>(sr) * g.bh * stride + static_cast<ptrdiff_t>(sc) * g.bw * pix;
@@ -775,10 +793,12 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
 
   // The row-ordered pass needs a little scratch memory; without it the
   // block-ordered pass writes the same pixels.
-  const size_t runsOffset = (m * sizeof(A_u_long) + alignof(Run) - 1) / alignof(Run) * alignof(Run);
+  const size_t frameAtOffset = m * sizeof(A_u_long);
+  const size_t frameAtBytes = nframes ? m : 0;
+  const size_t runsOffset = (frameAtOffset + frameAtBytes + alignof(Run) - 1) / alignof(Run) * alignof(Run);
   void* scratch = renderAllocate(allocator, runsOffset + static_cast<size_t>(g.columns) * sizeof(Run));
   const bool streaming = TESSELUX_STREAMING_STORES && scratch && channel == 0 &&
-                         rowBytes * static_cast<size_t>(g.height) >= kStreamingMinBytes;
+                         rowBytes * static_cast<size_t>(g.height) >= (getenv("TSX_STREAM_MIN") ? strtoull(getenv("TSX_STREAM_MIN"), 0, 10) : kStreamingMinBytes);
 
   if (!composite) {
     // The streaming pass writes undrawn blocks as zeros itself.
@@ -794,10 +814,12 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   }
 
   if (scratch) {
-    A_u_long* drawnAt = static_cast<A_u_long*>(scratch);
-    Run* runs = reinterpret_cast<Run*>(static_cast<unsigned char*>(scratch) + runsOffset);
-    if (streaming) blockPassByRows<T, true>(g, pass, drawnAt, runs);
-    else blockPassByRows<T, false>(g, pass, drawnAt, runs);
+    unsigned char* base = static_cast<unsigned char*>(scratch);
+    A_u_long* drawnAt = reinterpret_cast<A_u_long*>(base);
+    A_u_char* frameAt = nframes ? base + frameAtOffset : nullptr;
+    Run* runs = reinterpret_cast<Run*>(base + runsOffset);
+    if (streaming) blockPassByRows<T, true>(g, pass, drawnAt, frameAt, runs);
+    else blockPassByRows<T, false>(g, pass, drawnAt, frameAt, runs);
     free(scratch);
   } else {
     blockPassByBlocks<T>(g, pass);
