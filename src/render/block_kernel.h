@@ -295,7 +295,7 @@ struct Decisions {
 // in attempt order with the same draws.
 template <int kMask, bool kFlag, bool kTime>
 void attemptLoop(BlockRecord* rec, long long attempts, const ShuffleSetup& s, const Decisions& d, Streams& st) {
-  constexpr int kAhead = 32;  // a power of two
+  constexpr int kAhead = 64;  // a power of two
   uint32_t ring[kAhead][2];
   long long sw = st.sw, sz = st.sz, tw = st.tw, tz = st.tz, mw = st.mw, mz = st.mz;
   const long long lead = attempts < kAhead ? attempts : kAhead;
@@ -516,11 +516,14 @@ inline void streamFence() { _mm_sfence(); }
 #define TESSELUX_STREAMING_STORES 0
 #endif
 
-// Frames at least this large are written with streaming stores: they do not
-// stay in the caches anyway, so reading each output line before writing it
-// would only add a third to the memory traffic. Smaller ones are written
-// through the cache, where the host is likely to read them back from.
-constexpr size_t kStreamingMinBytes = size_t(4) << 20;
+// Frames at least this large are written with streaming stores, which skip
+// reading each output line before writing it. Measured on the 2-core
+// virtualised EPYC the benchmarks run on, ordinary stores were faster at
+// every frame size up to 3840x2160 float (133 MB), as they are for that
+// machine's own memcpy up to 127 MB; so streaming is kept for frames beyond
+// any cache of such machines (8K float and up) and left for re-measurement
+// on others.
+constexpr size_t kStreamingMinBytes = size_t(256) << 20;
 
 // Block order: each drawn block is copied row by row to its destination.
 // Used only when the scratch memory of the row-ordered pass is missing.
@@ -798,7 +801,8 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   const size_t runsOffset = (frameAtOffset + frameAtBytes + alignof(Run) - 1) / alignof(Run) * alignof(Run);
   void* scratch = renderAllocate(allocator, runsOffset + static_cast<size_t>(g.columns) * sizeof(Run));
   const bool streaming = TESSELUX_STREAMING_STORES && scratch && channel == 0 &&
-                         rowBytes * static_cast<size_t>(g.height) >= (getenv("TSX_STREAM_MIN") ? strtoull(getenv("TSX_STREAM_MIN"), 0, 10) : kStreamingMinBytes);
+                         rowBytes * static_cast<size_t>(g.height) >=
+                             (hooks && hooks->streamingMinBytes ? hooks->streamingMinBytes : kStreamingMinBytes);
 
   if (!composite) {
     // The streaming pass writes undrawn blocks as zeros itself.
