@@ -4,8 +4,8 @@
     tesselux_bench --benchmark_out=run.json --benchmark_out_format=json
     bench/tables.py run.json [before.json]
 
-Prints the full table (median ms per frame, median per-pair ratio to memcpy
-and its spread) and the README's summary table. With a second file, also a
+Prints the full table (median ms per frame, median per-pair ratios to
+memcpy by wall clock and by thread CPU time) and ratio-only tables. With a second file, also a
 before/after table of the ratios.
 """
 import json
@@ -49,12 +49,12 @@ def full_table(runs):
                     cells.append("-")
                     continue
                 copy = b["memcpy_ms"] if copy is None else copy
-                cells.append("%.2f (%.2fx, %.2f-%.2f)" % (b["render_ms"], b["ratio"], b["ratio_min"], b["ratio_max"]))
+                cells.append("%.2f ms, %.2fx / cpu %.2fx" % (b["render_ms"], b["ratio"], b["cpu_ratio"]))
             lines.append("| %s | %s | %s | %s |" % (dn, s, "%.2f" % copy if copy else "-", " | ".join(cells)))
     return "\n".join(lines)
 
 
-def ratio_table(runs):
+def ratio_table(runs, key="ratio"):
     head = "| Depth | Size | " + " | ".join(c[1] for c in CASES) + " |"
     lines = [head, "|" + "---|" * (2 + len(CASES))]
     for d, dn in DEPTHS:
@@ -62,12 +62,12 @@ def ratio_table(runs):
             cells = []
             for c, _ in CASES:
                 b = get(runs, d, s, c)
-                cells.append("%.2fx" % b["ratio"] if b else "-")
+                cells.append("%.2fx" % b[key] if b else "-")
             lines.append("| %s | %s | %s |" % (dn, s, " | ".join(cells)))
     return "\n".join(lines)
 
 
-def compare_table(after, before):
+def compare_table(after, before, key="ratio"):
     head = "| Depth | Size | " + " | ".join(c[1] for c in CASES) + " |"
     lines = [head, "|" + "---|" * (2 + len(CASES))]
     for d, dn in DEPTHS:
@@ -76,7 +76,7 @@ def compare_table(after, before):
             for c, _ in CASES:
                 a, b = get(after, d, s, c), get(before, d, s, c)
                 if a and b:
-                    cells.append("%.2fx -> %.2fx" % (b["ratio"], a["ratio"]))
+                    cells.append("%.2fx -> %.2fx" % (b[key], a[key]))
                 else:
                     cells.append("-")
             lines.append("| %s | %s | %s |" % (dn, s, " | ".join(cells)))
@@ -85,14 +85,18 @@ def compare_table(after, before):
 
 def main():
     ctx, runs = load(sys.argv[1])
-    print("Full table: median ms per frame (median ratio to memcpy, lowest-highest pair ratio)\n")
+    print("Full table: median wall ms per frame, median per-pair wall ratio / CPU-time ratio to memcpy\n")
     print(full_table(runs))
-    print("\nRatios only\n")
+    print("\nMedian per-pair ratio, wall clock\n")
     print(ratio_table(runs))
+    print("\nMedian per-pair ratio, thread CPU time\n")
+    print(ratio_table(runs, "cpu_ratio"))
     if len(sys.argv) > 2:
         _, before = load(sys.argv[2])
-        print("\nBefore -> after (median ratio)\n")
+        print("\nBefore -> after, wall clock\n")
         print(compare_table(runs, before))
+        print("\nBefore -> after, thread CPU time\n")
+        print(compare_table(runs, before, "cpu_ratio"))
     if ctx:
         print("\nload average at start: %s" % ctx.get("load_avg"))
 
