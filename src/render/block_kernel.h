@@ -564,11 +564,15 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
 // output side, would be a cache miss per block whose result every
 // following run's merge test waits for.
 template <typename T, bool kStream>
-void blockPassByRows(const Grid& g, const BlockPass& p, A_u_long* drawnAt, A_u_char* frameAt, Run* runs) {
+void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, A_u_long* drawnAt, A_u_char* frameAt,
+                     Run* runs) {
   constexpr ptrdiff_t pix = 4 * sizeof(T);
   constexpr A_u_long kNone = 0xFFFFFFFFu;
   const size_t n = static_cast<size_t>(g.blocks);
-  for (size_t j = 0; j < n; ++j) drawnAt[j] = kNone;
+  // With composite on every block is drawn and the destinations are a
+  // permutation, so every entry is written below.
+  if (!allDrawn)
+    for (size_t j = 0; j < n; ++j) drawnAt[j] = kNone;
   for (size_t i = 0; i < n; ++i) {
     const BlockRecord b = p.rec[i];
     if (!b.flag) continue;
@@ -822,8 +826,8 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
     A_u_long* drawnAt = reinterpret_cast<A_u_long*>(base);
     A_u_char* frameAt = nframes ? base + frameAtOffset : nullptr;
     Run* runs = reinterpret_cast<Run*>(base + runsOffset);
-    if (streaming) blockPassByRows<T, true>(g, pass, drawnAt, frameAt, runs);
-    else blockPassByRows<T, false>(g, pass, drawnAt, frameAt, runs);
+    if (streaming) blockPassByRows<T, true>(g, pass, composite, drawnAt, frameAt, runs);
+    else blockPassByRows<T, false>(g, pass, composite, drawnAt, frameAt, runs);
     free(scratch);
   } else {
     blockPassByBlocks<T>(g, pass);
