@@ -1,5 +1,6 @@
 // Stills and numbered image sequences through OpenImageIO.
 #include <OpenImageIO/imageio.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,6 +65,34 @@ OIIO::ImageSpec readConfig() {
   return config;
 }
 
+// libpng and libjpeg print their own complaints on stderr before the reader
+// reports them; the command reports each failure as one line of its own, so
+// fd 2 points at /dev/null while a file is decoded. Reads are serialised by the
+// frame cache, and the command prints its errors only after the readers stop.
+class QuietStderr {
+ public:
+  QuietStderr() {
+    std::fflush(stderr);
+    saved_ = dup(STDERR_FILENO);
+    const int devnull = open("/dev/null", O_WRONLY);
+    if (devnull >= 0) {
+      dup2(devnull, STDERR_FILENO);
+      close(devnull);
+    }
+  }
+  ~QuietStderr() {
+    if (saved_ >= 0) {
+      dup2(saved_, STDERR_FILENO);
+      close(saved_);
+    }
+  }
+  QuietStderr(const QuietStderr&) = delete;
+  QuietStderr& operator=(const QuietStderr&) = delete;
+
+ private:
+  int saved_ = -1;
+};
+
 struct Header {
   int width = 0, height = 0;
   SampleType type = SampleType::U8;
@@ -73,6 +102,7 @@ Header readHeader(const std::string& path) {
   std::error_code ec;
   if (fs::is_directory(path, ec)) throw MediaError(path + ": is a directory, not an image");
   if (!fs::exists(path, ec)) throw MediaError(path + ": no such file");
+  QuietStderr quiet;
   const OIIO::ImageSpec config = readConfig();
   auto in = OIIO::ImageInput::open(path, &config);
   if (!in) {
@@ -87,6 +117,7 @@ Header readHeader(const std::string& path) {
 Picture readPicture(const std::string& path) {
   std::error_code ec;
   if (fs::is_directory(path, ec)) throw MediaError(path + ": is a directory, not an image");
+  QuietStderr quiet;
   const OIIO::ImageSpec config = readConfig();
   auto in = OIIO::ImageInput::open(path, &config);
   if (!in) {

@@ -514,12 +514,12 @@ class VideoSink : public FrameSink {
 }  // namespace
 
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path) {
-  av_log_set_level(AV_LOG_ERROR);
+  av_log_set_level(AV_LOG_QUIET);  // failures come back as one line of ours
   return std::make_unique<VideoSource>(path);
 }
 
 std::unique_ptr<FrameSink> openVideoSink(const SinkSettings& settings) {
-  av_log_set_level(AV_LOG_ERROR);
+  av_log_set_level(AV_LOG_QUIET);  // failures come back as one line of ours
   return std::make_unique<VideoSink>(settings);
 }
 
