@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "thost/render.h"
@@ -17,11 +19,34 @@ enum class SampleType { U8, U16, F32 };
 inline int sampleBytes(SampleType t) { return t == SampleType::U8 ? 1 : t == SampleType::U16 ? 2 : 4; }
 const char* sampleName(SampleType t);
 
-// A picture in straight RGBA, rows tightly packed.
+// Leaves new elements uninitialised: every picture is written in full right
+// after it is made, and zero-filling megabytes per frame first costs as much
+// as the conversion itself.
+template <typename T>
+struct UninitAllocator : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = UninitAllocator<U>;
+  };
+  UninitAllocator() = default;
+  template <typename U>
+  UninitAllocator(const UninitAllocator<U>&) {}
+  template <typename U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <typename U, typename... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+};
+using PixelBytes = std::vector<uint8_t, UninitAllocator<uint8_t>>;
+
+// A picture in straight RGBA, rows tightly packed; new pictures are not cleared.
 struct Picture {
   int width = 0, height = 0;
   SampleType type = SampleType::U8;
-  std::vector<uint8_t> data;
+  PixelBytes data;
 
   Picture() = default;
   Picture(int w, int h, SampleType t)

@@ -84,7 +84,7 @@ struct Settings {
   int crf = 18;
   int threads = 0;
   bool align = false, quiet = false, check = false;
-  size_t cacheMb = 512;
+  size_t cacheMb = 256;
   std::map<int, std::string> controlText;  // as typed, by control id
   std::map<int, bool> checkboxes;
 };
@@ -289,7 +289,7 @@ int runRender(const std::vector<std::string>& args) {
     app.add_option("--downsample", s.downsample, "N/D render scale (default 1/1)");
     app.add_option("--codec", s.codec, "video encoder (default by container: .mp4 libx264, .mov prores_ks, .mkv ffv1)");
     app.add_option("--crf", s.crf, "H.264/H.265 quality (default 18)")->check(CLI::Range(0, 51));
-    app.add_option("--cache-mb", s.cacheMb, "decoded-frame cache size in MiB (default 512)")
+    app.add_option("--cache-mb", s.cacheMb, "decoded-frame cache size in MiB (default 256)")
         ->check(CLI::PositiveNumber);
     app.add_flag("-q,--quiet", s.quiet, "no progress line");
     app.add_flag("--check", s.check, "guard bytes around every world, checked after each render");

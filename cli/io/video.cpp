@@ -22,6 +22,10 @@ namespace cli {
 
 namespace {
 
+// Chroma interpolated bilinearly with exact rounding: swscale's SIMD paths,
+// deterministic from run to run, which is what the render tests rely on.
+constexpr int kSwsFlags = SWS_BILINEAR | SWS_ACCURATE_RND;
+
 std::string avError(int err) {
   char buf[AV_ERROR_MAX_STRING_SIZE] = {};
   av_strerror(err, buf, sizeof buf);
@@ -227,7 +231,7 @@ class VideoSource : public FrameSource {
     const AVPixelFormat dst = deep_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA;
     const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
     SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, f->width, f->height,
-                                         dst, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
+                                         dst, kSwsFlags,
                                          nullptr, nullptr, nullptr);
     sws_.reset(s);
     if (!s) throw MediaError(path_ + ": cannot convert its pixel format");
@@ -406,7 +410,7 @@ class VideoSink : public FrameSink {
 
     const AVPixelFormat src = deepInput_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA;
     sws_.reset(sws_getContext(width, height, src, width, height, pixfmt_,
-                              SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr));
+                              kSwsFlags, nullptr, nullptr, nullptr));
     if (!sws_) throw MediaError(s_.path + ": cannot convert frames for the encoder");
     setColorDetails(sws_.get(), src, pixfmt_, t.colorSpace, rgb ? AVCOL_RANGE_JPEG : t.colorRange);
 
