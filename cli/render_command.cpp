@@ -198,6 +198,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   }
   std::unique_ptr<FrameSink> sink = openSink(ss);
   const SampleType outType = sink->sampleType();
+  const bool discard = outKind == MediaKind::Null;
 
   const int threads = s.threads > 0 ? s.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
@@ -235,11 +236,13 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                                             if (!r.breaks.empty())
                                               throw std::runtime_error("frame " + std::to_string(k) +
                                                                        ": host contract broken: " + r.breaks.front());
+                                            // null: discards, so the frame is not converted either.
+                                            if (discard) return Rendered{k, nullptr};
                                             return Rendered{k, std::make_shared<Picture>(fromHost(r.output, outType))};
                                           }) &
           tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
             if (interruptFlag.load()) return;
-            sink->write(*r.picture);
+            if (r.picture) sink->write(*r.picture);
             progress.tick();
           }));
   if (interruptFlag.load()) throw Interrupted{};
