@@ -202,7 +202,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
 
   const int threads = s.threads > 0 ? s.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
-  InterruptGuard guard;
+  if (interruptFlag.load()) throw Interrupted{};
   Progress progress(count, !s.quiet && stderrIsTerminal());
   std::vector<std::string> breaks;
   int next = first;
@@ -253,6 +253,8 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
 }  // namespace
 
 int runRender(const std::vector<std::string>& args) {
+  // From the start: Ctrl-C while the host is being set up ends as cleanly.
+  InterruptGuard guard;
   try {
     // The host is set up first: the control options come from its reading.
     thost::RenderHost::Options hopt;

@@ -255,6 +255,9 @@ class ImageSink : public FrameSink {
     if (ext == ".exr" && picture.type != SampleType::F32) fileType = OIIO::TypeDesc::HALF;
     OIIO::ImageSpec spec(picture.width, picture.height, nch, fileType);
     spec.attribute("oiio:UnassociatedAlpha", 1);
+    // No time stamp in the file: the same frame rendered twice (a farm piece
+    // and a whole render) must give the same bytes.
+    spec.attribute("DateTime", "");
     if (ext == ".jpg" || ext == ".jpeg") spec.attribute("Compression", "jpeg:95");
     if (!out->open(tmp, spec)) {
       std::remove(tmp.c_str());

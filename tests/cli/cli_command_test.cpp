@@ -304,6 +304,7 @@ TEST(RenderCommand, AlignAndDownsample) {
 }
 
 TEST(RenderCommand, FramePiecesAndThreadCountsGiveTheSameBytes) {
+  // TIFF: its writer would stamp the time into each file unless told not to.
   Scratch s;
   writeSequence(s / "in%02d.png", 9, 64, 48);
   for (const char* d : {"whole", "pieces", "one", "four"}) std::filesystem::create_directory(s / d);
@@ -314,23 +315,23 @@ TEST(RenderCommand, FramePiecesAndThreadCountsGiveTheSameBytes) {
     const auto r = tesselux(s, a);
     EXPECT_EQ(r.status, 0) << r.err;
   };
-  go({s / "in%02d.png", "-o", s / "whole/%02d.png"});
-  go({s / "in%02d.png", "-o", s / "pieces/%02d.png", "--frames", "0-3"});
-  go({s / "in%02d.png", "-o", s / "pieces/%02d.png", "--frames", "4-7"});
-  go({s / "in%02d.png", "-o", s / "pieces/%02d.png", "--frames", "8-8"});
-  go({s / "in%02d.png", "-o", s / "one/%02d.png", "--threads", "1"});
-  go({s / "in%02d.png", "-o", s / "four/%02d.png", "--threads", "4"});
-  go({s / "in%02d.png", "-o", s / "still5.png", "--frames", "5-5"});
+  go({s / "in%02d.png", "-o", s / "whole/%02d.tif"});
+  go({s / "in%02d.png", "-o", s / "pieces/%02d.tif", "--frames", "0-3"});
+  go({s / "in%02d.png", "-o", s / "pieces/%02d.tif", "--frames", "4-7"});
+  go({s / "in%02d.png", "-o", s / "pieces/%02d.tif", "--frames", "8-8"});
+  go({s / "in%02d.png", "-o", s / "one/%02d.tif", "--threads", "1"});
+  go({s / "in%02d.png", "-o", s / "four/%02d.tif", "--threads", "4"});
+  go({s / "in%02d.png", "-o", s / "still5.tif", "--frames", "5-5"});
   for (int k = 0; k < 9; ++k) {
-    const std::string name = cli::sequenceName("%02d.png", k);
+    const std::string name = cli::sequenceName("%02d.tif", k);
     const std::string whole = cli_test::slurp(s / ("whole/" + name));
     ASSERT_FALSE(whole.empty());
     EXPECT_EQ(cli_test::slurp(s / ("pieces/" + name)), whole) << name;
     EXPECT_EQ(cli_test::slurp(s / ("one/" + name)), whole) << name;
     EXPECT_EQ(cli_test::slurp(s / ("four/" + name)), whole) << name;
   }
-  EXPECT_EQ(cli_test::slurp(s / "still5.png"), cli_test::slurp(s / "whole/05.png"));
-  expectSame(readAll(s / "whole/%02d.png"),
+  EXPECT_EQ(cli_test::slurp(s / "still5.tif"), cli_test::slurp(s / "whole/05.tif"));
+  expectSame(readAll(s / "whole/%02d.tif"),
              reference(s / "in%02d.png", SampleType::U8, 0, 8,
                        Reference{thost::App::AfterEffects, std::nullopt,
                                  {{9, 16}, {14, 2}, {10, 90}, {11, 2}, {13, 2}}, "", {30, 1}, {1, 1}, false}));
@@ -388,7 +389,9 @@ TEST(RenderCommand, InterruptedRenderLeavesNothing) {
           "--threads", "1", "--time-frames", "16", "--quiet", static_cast<char*>(nullptr));
     _exit(127);
   }
-  usleep(1500 * 1000);
+  // Interrupt once frames are being written (under their temporary names).
+  for (int i = 0; i < 400 && s.list("out").empty(); ++i) usleep(50 * 1000);
+  EXPECT_FALSE(s.list("out").empty()) << "the render wrote nothing within 20 s";
   kill(pid, SIGINT);
   int status = 0;
   waitpid(pid, &status, 0);
