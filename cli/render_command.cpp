@@ -163,7 +163,20 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   }
   const std::optional<VideoTags> tags = source->tags();
   const std::pair<int, int> size0 = source->frameSize(first);
-  const size_t cacheBytes = s.cacheMb * 1024 * 1024;
+  const int threads = s.threads > 0 ? s.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  const size_t tokens = static_cast<size_t>(threads) * 2;
+  size_t cacheBytes = s.cacheMb * 1024 * 1024;
+  // Without the time shift ("Frames" 0) each render reads its own frame
+  // only: keep just the frames in flight rather than filling the cache with
+  // frames nobody asks for again.
+  double timeFrames = 0;
+  for (const ControlOption& o : controls)
+    if (o.id == 9) timeFrames = base.controls.count(9) ? base.controls.at(9) : o.param->def.u.fd.dephault / 65536.0;
+  if (timeFrames == 0) {
+    const size_t frameBytes = static_cast<size_t>(size0.first) * static_cast<size_t>(size0.second) *
+                              static_cast<size_t>(thost::bytesPerPixel(depth));
+    cacheBytes = std::min(cacheBytes, (tokens + 2) * frameBytes);
+  }
   auto layer = std::make_shared<SourceClip>(std::move(source), cacheBytes);
   base.layer = layer;
   if (!s.mask.empty()) base.mask = std::make_shared<SourceClip>(openSource(s.mask), cacheBytes / 4);
@@ -200,7 +213,6 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   const SampleType outType = sink->sampleType();
   const bool discard = outKind == MediaKind::Null;
 
-  const int threads = s.threads > 0 ? s.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
   if (interruptFlag.load()) throw Interrupted{};
   Progress progress(count, !s.quiet && stderrIsTerminal());
@@ -214,7 +226,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   // Frames enter in order (the decode of frame k overlaps renders of earlier
   // ones), render on any thread, and leave in order for the writer.
   tbb::parallel_pipeline(
-      static_cast<size_t>(threads) * 2,
+      tokens,
       tbb::make_filter<void, int>(tbb::filter_mode::serial_in_order,
                                   [&](tbb::flow_control& fc) -> int {
                                     if (next > last || interruptFlag.load()) {
