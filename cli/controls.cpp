@@ -108,7 +108,6 @@ std::string ControlOption::defaultText() const {
 }
 
 std::string ControlOption::help() const {
-  std::string group;
   return "\"" + controlName() + "\": " + rangeText() + " (default " + defaultText() + ")";
 }
 
@@ -138,6 +137,10 @@ std::vector<ControlOption> controlOptions(const std::vector<thost::AddedParam>& 
 
 double parseControlValue(const ControlOption& o, const std::string& text) {
   const PF_ParamDef& d = o.param->def;
+  auto notNumber = [&]() -> UsageError {
+    return UsageError{"--" + o.option + " " + text + ": not a number; \"" + o.controlName() + "\" takes " +
+                      o.rangeText()};
+  };
   auto refuse = [&]() -> UsageError {
     return UsageError{"--" + o.option + " " + text + ": out of range for \"" + o.controlName() + "\" (" +
                       o.rangeText() + ")"};
@@ -167,14 +170,14 @@ double parseControlValue(const ControlOption& o, const std::string& text) {
     }
     case ControlOption::Kind::Fixed: {
       double v = 0;
-      if (!parseNumber(text, v)) throw refuse();
+      if (!parseNumber(text, v)) throw notNumber();
       const double units = toFixedUnits(v);
       if (units < d.u.fd.valid_min || units > d.u.fd.valid_max) throw refuse();
       return v;
     }
     case ControlOption::Kind::Float: {
       double v = 0;
-      if (!parseNumber(text, v)) throw refuse();
+      if (!parseNumber(text, v)) throw notNumber();
       if (v < d.u.fs_d.valid_min || v > d.u.fs_d.valid_max) throw refuse();
       return v;
     }

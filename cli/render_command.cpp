@@ -316,7 +316,8 @@ int runRender(const std::vector<std::string>& args) {
       const int id = o.id;
       if (o.kind == ControlOption::Kind::Checkbox) {
         app.add_flag_callback("--" + o.option, [&s, id] { s.checkboxes[id] = true; }, o.help())->group("Controls");
-        app.add_flag_callback("--no-" + o.option, [&s, id] { s.checkboxes[id] = false; }, "")->group("Controls");
+        app.add_flag_callback("--no-" + o.option, [&s, id] { s.checkboxes[id] = false; },
+                              "\"" + o.controlName() + "\" off")->group("Controls");
       } else {
         app.add_option_function<std::string>(
                "--" + o.option, [&s, id](const std::string& v) { s.controlText[id] = v; }, o.help())
