@@ -5,6 +5,11 @@ find_package(PNG REQUIRED)
 
 add_executable(png2cpp ${PROJECT_SOURCE_DIR}/tools/png2cpp/png2cpp.cpp)
 target_link_libraries(png2cpp PRIVATE PNG::PNG)
+if(APPLE)
+  # A build-time tool: only the machine's own architecture, whatever the
+  # plug-in bundle is built for (the libpng it links has only that one).
+  set_target_properties(png2cpp PROPERTIES OSX_ARCHITECTURES ${CMAKE_HOST_SYSTEM_PROCESSOR})
+endif()
 
 set(TESSELUX_HEADER_PNG ${PROJECT_SOURCE_DIR}/resources/header.png)
 set(TESSELUX_HEADER_CPP ${CMAKE_CURRENT_BINARY_DIR}/generated/header_image.cpp)

@@ -30,8 +30,8 @@ resource 'PiPL' (16000) {
 			0
 		},
 		AE_Effect_Spec_Version {
-			13,
-			28
+			PF_PLUG_IN_VERSION,
+			PF_PLUG_IN_SUBVERS
 		},
 		AE_Effect_Version {
 			691713	/* 1.5.1 release, build 1 */

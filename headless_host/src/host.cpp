@@ -59,7 +59,8 @@ Host::Impl::Impl(std::shared_ptr<PluginModule> m, App a, ApiVersion v)
       module(std::move(m)),
       app(a),
       handleStore(std::make_shared<HandleStore>()),
-      handles(*handleStore) {
+      handles(*handleStore),
+      blockPool(std::make_shared<BlockPool>()) {
   fillUtilCallbacks(utils);
   fillInteractCallbacks(in.inter);
   fillBasicSuite(basic);
@@ -104,6 +105,7 @@ Host::Impl::Impl(const Impl& setUp, bool recordCalls)
       in(setUp.in),
       handleStore(setUp.handleStore),
       handles(*handleStore),
+      blockPool(setUp.blockPool),
       sequence(setUp.sequence),
       numParams(setUp.numParams),
       suites(setUp.suites.forRender()),

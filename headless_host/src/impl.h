@@ -134,19 +134,42 @@ struct WorldRecord {
   A_long width = 0, height = 0;
 };
 
+// Memory blocks of lent worlds, kept for the next render of the same size: a
+// fresh block of many megabytes costs a page fault per page on first touch,
+// which would dwarf the render itself. Shared by a set-up host and its renders.
+class BlockPool {
+ public:
+  std::unique_ptr<uint8_t[]> take(size_t bytes);  // null when out of memory
+  void give(std::unique_ptr<uint8_t[]> block, size_t bytes);
+
+ private:
+  static constexpr size_t kMaxKeptBytes = size_t{1} << 30;
+  std::mutex mutex_;
+  std::multimap<size_t, std::unique_ptr<uint8_t[]>> free_;
+  size_t kept_ = 0;
+};
+
 // A world the host lends the effect (layer frames and the output): its pixels
 // sit in a block with guard bytes before the first and after the last row, and
 // every row is padded beyond width, so only rowbytes-correct access stays
 // inside. Kept until the next render starts.
 struct LentWorld {
+  LentWorld() = default;
+  ~LentWorld() {
+    if (pool && block) pool->give(std::move(block), blockBytes);
+  }
+  LentWorld(const LentWorld&) = delete;
+  LentWorld& operator=(const LentWorld&) = delete;
+
   PF_EffectWorld world{};
+  std::shared_ptr<BlockPool> pool;
   std::unique_ptr<uint8_t[]> block;
   size_t blockBytes = 0;
   size_t lead = 0;     // guard bytes before the first row
   size_t rowUsed = 0;  // width * bytes per pixel
   Depth depth = Depth::Bits8;
   LentWorldInfo info;
-  uint64_t digest = 0;  // of the whole block as lent (inputs)
+  std::shared_ptr<const Image> source;  // the clip frame a layer world was copied from
 
   static constexpr uint8_t kGuard = 0xCD;
 };
@@ -275,6 +298,7 @@ struct Host::Impl {
 
   std::shared_ptr<HandleStore> handleStore;
   HandleStore& handles;
+  std::shared_ptr<BlockPool> blockPool;
   long commandSerial = 0;
   PF_Handle sequence = nullptr;
   // The copy the last PF_Cmd_GET_FLATTENED_SEQUENCE_DATA returned: the host's,

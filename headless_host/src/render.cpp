@@ -1,6 +1,7 @@
 // Rendering: clips and images, the worlds the host lends, the render commands
 // on one command record, and the RenderHost that renders many frames at once.
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -60,23 +61,30 @@ void PrintTo(const LayerCheckout& c, std::ostream* os) {
 
 // ---------------------------------------------------------------- lent worlds
 
+std::unique_ptr<uint8_t[]> BlockPool::take(size_t bytes) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = free_.find(bytes);
+    if (it != free_.end()) {
+      std::unique_ptr<uint8_t[]> block = std::move(it->second);
+      free_.erase(it);
+      kept_ -= bytes;
+      return block;
+    }
+  }
+  return std::unique_ptr<uint8_t[]>(new (std::nothrow) uint8_t[bytes == 0 ? 1 : bytes]);
+}
+
+void BlockPool::give(std::unique_ptr<uint8_t[]> block, size_t bytes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (kept_ + bytes > kMaxKeptBytes) return;  // freed here instead
+  free_.emplace(bytes, std::move(block));
+  kept_ += bytes;
+}
+
 namespace {
 
 constexpr size_t kGuardBytes = 64;
-
-// Fast digest of a block: a change anywhere changes it (for any practical purpose).
-uint64_t digestOf(const uint8_t* p, size_t n) {
-  uint64_t h = 0x9E3779B97F4A7C15ULL ^ n;
-  size_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    uint64_t w;
-    std::memcpy(&w, p + i, 8);
-    h = (h ^ w) * 0x100000001B3ULL;
-    h ^= h >> 29;
-  }
-  for (; i < n; ++i) h = (h ^ p[i]) * 0x100000001B3ULL;
-  return h;
-}
 
 std::string describe(const LentWorldInfo& info) {
   switch (info.kind) {
@@ -153,9 +161,17 @@ static LentWorld* makeLent(Host::Impl& h, int width, int height, A_long originX,
   const size_t rowbytes = w->rowUsed + (guard ? 3u * static_cast<size_t>(bpp) : 0u);
   w->lead = guard ? kGuardBytes : 0;
   w->blockBytes = 2 * w->lead + rowbytes * static_cast<size_t>(height);
-  w->block.reset(new (std::nothrow) uint8_t[w->blockBytes == 0 ? 1 : w->blockBytes]);
+  w->pool = h.blockPool;
+  w->block = h.blockPool->take(w->blockBytes);
   if (!w->block) return nullptr;
-  std::memset(w->block.get(), LentWorld::kGuard, w->blockBytes);
+  // Guards and row padding get the guard pattern; the caller writes every pixel.
+  uint8_t* const b = w->block.get();
+  std::memset(b, LentWorld::kGuard, w->lead);
+  std::memset(b + w->blockBytes - w->lead, LentWorld::kGuard, w->lead);
+  if (rowbytes > w->rowUsed)
+    for (int y = 0; y < height; ++y)
+      std::memset(b + w->lead + static_cast<size_t>(y) * rowbytes + w->rowUsed, LentWorld::kGuard,
+                  rowbytes - w->rowUsed);
   PF_EffectWorld& world = w->world;
   world.data = reinterpret_cast<PF_PixelPtr>(w->block.get() + w->lead);
   world.rowbytes = static_cast<A_long>(rowbytes);
@@ -194,7 +210,7 @@ LentWorld* Host::Impl::lendFrame(const Clip& clip, int frame, LentWorldInfo info
   for (int y = 0; y < image->height; ++y)
     std::memcpy(base + static_cast<size_t>(y) * static_cast<size_t>(w->world.rowbytes),
                 image->row(y), w->rowUsed);
-  if (render.guardWorlds) w->digest = digestOf(w->block.get(), w->blockBytes);
+  w->source = image;
   return w;
 }
 
@@ -268,8 +284,14 @@ void Host::Impl::checkLentWorlds() {
                  std::to_string(y) + ")");
         break;
       }
-    if (w->info.kind != LentWorldInfo::Kind::Output && digestOf(block, w->blockBytes) != w->digest)
-      addBreak(what + " was written to; layer worlds are read-only");
+    if (!w->source) continue;  // the output
+    for (int y = 0; y < w->world.height; ++y)
+      if (std::memcmp(block + w->lead + static_cast<size_t>(y) * rowbytes, w->source->row(y),
+                      w->rowUsed) != 0) {
+        addBreak(what + " was written to (row " + std::to_string(y) +
+                 "); layer worlds are read-only");
+        break;
+      }
   }
 }
 
@@ -540,6 +562,7 @@ struct RenderHost::Impl {
   Host host;
   PF_OutData globalOut{};
   bool setDown = false;
+  std::atomic<int> inFlight{0};
   std::mutex alignMutex;
   std::vector<std::string> alignBreaks;
 };
@@ -615,13 +638,30 @@ RenderResult RenderHost::render(const RenderRequest& request) const {
     r.into = request.into;
   }
 
+  // Several frames at once only for an effect that says it can take them.
+  struct InFlight {
+    std::atomic<int>& n;
+    int others;
+    explicit InFlight(std::atomic<int>& count) : n(count), others(count.fetch_add(1)) {}
+    ~InFlight() { n.fetch_sub(1); }
+  } inFlight(impl_->inFlight);
+  if (inFlight.others > 0 &&
+      !(impl_->globalOut.out_flags2 & PF_OutFlag2_SUPPORTS_THREADED_RENDERING))
+    d.addBreak("a frame rendered while " + std::to_string(inFlight.others) +
+               " other(s) were rendering, but the effect does not declare "
+               "PF_OutFlag2_SUPPORTS_THREADED_RENDERING");
+
   RenderResult result;
-  if (o.app == App::PremierePro) {
-    const A_long wanted = premiereArgbFormat(r.depth);
-    bool announced = false;
-    for (PrPixelFormat f : d.pixelFormats) announced = announced || f == wanted;
-    if (!announced)
-      throw std::invalid_argument("Premiere Pro renders only in pixel formats the effect announced");
+  if (o.app == App::PremierePro ||
+      !(impl_->globalOut.out_flags2 & PF_OutFlag2_SUPPORTS_SMART_RENDER)) {
+    if (o.app == App::PremierePro) {
+      const A_long wanted = premiereArgbFormat(r.depth);
+      bool announced = false;
+      for (PrPixelFormat f : d.pixelFormats) announced = announced || f == wanted;
+      if (!announced)
+        throw std::invalid_argument("Premiere Pro renders only in pixel formats the effect announced");
+    }
+    // Without SmartFX, After Effects too renders with PF_Cmd_RENDER.
     result.err = d.legacyRender();
   } else {
     result.err = d.preRender(nullptr);

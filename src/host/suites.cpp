@@ -93,10 +93,6 @@ AEGP_SuiteHandler::~AEGP_SuiteHandler() {
   }
 }
 
-void AEGP_SuiteHandler::MissingSuiteError() const {
-  throw static_cast<A_long>(PF_Err_BAD_CALLBACK_PARAM);
-}
-
 const void* AEGP_SuiteHandler::Acquire(const char* name, int32_t version,
                                        const void** slot) const {
   if (*slot == nullptr) {
@@ -119,6 +115,12 @@ const PF_ParamUtilsSuite3* AEGP_SuiteHandler::ParamUtilsSuite3() const {
 }
 
 #endif  // !TESSELUX_USE_VENDOR_SDK
+
+// The suite handler leaves this one to the plug-in (the SDK's handler declares
+// it and does not define it): a missing suite ends the command with 516 and no message.
+void AEGP_SuiteHandler::MissingSuiteError() const {
+  throw static_cast<A_long>(PF_Err_BAD_CALLBACK_PARAM);
+}
 
 PF_Boolean IsEmptyRect(const PF_LRect* r) {
   return (r->left >= r->right) || (r->top >= r->bottom);

@@ -13,6 +13,7 @@
 
 #include "params/param_values.h"
 #include "render/block_sums.h"
+#include "render/fast_divide.h"
 #include "render/random.h"
 #include "render/render_internal.h"
 
@@ -36,6 +37,10 @@ struct Argb8Traits {
   static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
     sumBlock8(p, rowbytes, cols, rows, sums);
   }
+  static void sumRow(const unsigned char* p, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
+                     A_long lastCols, BlockSum (*sums)[4]) {
+    sumBlockRow8(p, rowbytes, rows, bw, columns, lastCols, sums);
+  }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r / n + g / n + b / n) * 32768 / 765);
   }
@@ -49,6 +54,10 @@ struct Argb16Traits {
   static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
     sumBlock16(p, rowbytes, cols, rows, sums);
   }
+  static void sumRow(const unsigned char* p, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
+                     A_long lastCols, BlockSum (*sums)[4]) {
+    sumBlockRow16(p, rowbytes, rows, bw, columns, lastCols, sums);
+  }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r / n + g / n + b / n) / 3);
   }
@@ -61,6 +70,10 @@ struct Argb32Traits {
   static float depthValue() { return 32.0f; }
   static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
     sumBlock32(p, rowbytes, cols, rows, sums);
+  }
+  static void sumRow(const unsigned char* p, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
+                     A_long lastCols, BlockSum (*sums)[4]) {
+    sumBlockRow32(p, rowbytes, rows, bw, columns, lastCols, sums);
   }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r + g + b) * 10922.667f / static_cast<float>(n));
@@ -91,6 +104,15 @@ struct KernelInput {
   A_long originX, originY;
 };
 
+// Everything the kernel keeps per block, in one record: an attempt then
+// touches one cache line per block instead of one per array.
+struct BlockRecord {
+  A_u_long idx;       // destination, (row << 16) | column
+  A_u_short maskval;  // 0..32768
+  A_u_char frame;     // 0 the current frame, k time frame k
+  A_u_char flag;      // 1 drawn
+};
+
 template <typename T>
 inline T loadChannel(const unsigned char* p) {
   T v;
@@ -108,15 +130,54 @@ struct Grid {
   A_long blockRows(A_long r) const { return (partialH && r == rows - 1) ? partialH : bh; }
 };
 
-// Per-block channel sums and values. A 1:1 mask (or the input) is read as
-// contiguous rows; a stretched mask maps each output pixel to a mask pixel
-// through the 16.16 factors sx and sy.
-template <class Tr, bool Stretched>
-void fillMaskValues(A_u_short* maskval, const Grid& g, const unsigned char* data, ptrdiff_t rowbytes,
-                    long long sx, long long sy, int channel) {
+template <class Tr>
+inline A_u_short maskValue(const typename Tr::BlockSum* sums, uint64_t count, int channel) {
+  return channel == 0 ? Tr::maskRGB(sums[1], sums[2], sums[3], count) : Tr::maskSingle(sums[channel & 3], count);
+}
+
+// Per-block channel sums and values of a mask read 1:1 (or of the input).
+// Block rows are summed a whole row of blocks at a time, so the frame is
+// read front to back once; only blocks too wide for the row sums' lanes are
+// summed one block at a time.
+template <class Tr>
+void fillMaskValuesDirect(BlockRecord* rec, const Grid& g, const unsigned char* data, ptrdiff_t rowbytes,
+                          int channel) {
   typedef typename Tr::Channel T;
   constexpr ptrdiff_t pix = 4 * sizeof(T);
-  const int pos = channel & 3;
+  typename Tr::BlockSum sums[kSumColumns][4];
+  for (A_long br = 0; br < g.rows; ++br) {
+    const A_long y0 = br * g.bh;
+    const A_long rows = g.blockRows(br);
+    const unsigned char* rowBase = data + static_cast<ptrdiff_t>(y0) * rowbytes;
+    BlockRecord* out = rec + static_cast<long long>(br) * g.columns;
+    if (g.bw > kRowSumMaxWidth) {
+      for (A_long bc = 0; bc < g.columns; ++bc) {
+        const A_long cols = g.blockCols(bc);
+        typename Tr::BlockSum s[4] = {0, 0, 0, 0};
+        Tr::sumBlock(rowBase + static_cast<ptrdiff_t>(bc) * g.bw * pix, rowbytes, cols, rows, s);
+        out[bc].maskval = maskValue<Tr>(s, static_cast<uint64_t>(rows) * static_cast<uint64_t>(cols), channel);
+      }
+      continue;
+    }
+    for (A_long c0 = 0; c0 < g.columns; c0 += kSumColumns) {
+      const A_long count = g.columns - c0 < kSumColumns ? g.columns - c0 : kSumColumns;
+      const A_long lastCols = g.blockCols(c0 + count - 1);
+      Tr::sumRow(rowBase + static_cast<ptrdiff_t>(c0) * g.bw * pix, rowbytes, rows, g.bw, count, lastCols, sums);
+      for (A_long k = 0; k < count; ++k) {
+        const uint64_t n = static_cast<uint64_t>(rows) * static_cast<uint64_t>(g.blockCols(c0 + k));
+        out[c0 + k].maskval = maskValue<Tr>(sums[k], n, channel);
+      }
+    }
+  }
+}
+
+// A stretched mask maps each output pixel to a mask pixel through the 16.16
+// factors sx and sy.
+template <class Tr>
+void fillMaskValuesStretched(BlockRecord* rec, const Grid& g, const unsigned char* data, ptrdiff_t rowbytes,
+                             long long sx, long long sy, int channel) {
+  typedef typename Tr::Channel T;
+  constexpr ptrdiff_t pix = 4 * sizeof(T);
   for (A_long br = 0; br < g.rows; ++br) {
     const A_long y0 = br * g.bh;
     const A_long rows = g.blockRows(br);
@@ -124,35 +185,29 @@ void fillMaskValues(A_u_short* maskval, const Grid& g, const unsigned char* data
       const A_long x0 = bc * g.bw;
       const A_long cols = g.blockCols(bc);
       typename Tr::BlockSum sums[4] = {0, 0, 0, 0};
-      if (!Stretched) {
-        Tr::sumBlock(data + static_cast<ptrdiff_t>(y0) * rowbytes + static_cast<ptrdiff_t>(x0) * pix, rowbytes, cols,
-                     rows, sums);
-      } else {
-        for (A_long y = 0; y < rows; ++y) {
-          // x * sx and y * sy need 64 bits: coordinates beyond 32767 times
-          // factors of 65536 and more pass 2^31.
-          const long long my = (static_cast<long long>(y0 + y) * sy) >> 16;
-          const unsigned char* row = data + static_cast<ptrdiff_t>(my) * rowbytes;
-          for (A_long x = 0; x < cols; ++x) {
-            const long long mx = (static_cast<long long>(x0 + x) * sx) >> 16;
-            const unsigned char* p = row + static_cast<ptrdiff_t>(mx) * pix;
-            for (int c = 0; c < 4; ++c) sums[c] += loadChannel<T>(p + c * sizeof(T));
-          }
+      for (A_long y = 0; y < rows; ++y) {
+        // x * sx and y * sy need 64 bits: coordinates beyond 32767 times
+        // factors of 65536 and more pass 2^31.
+        const long long my = (static_cast<long long>(y0 + y) * sy) >> 16;
+        const unsigned char* row = data + static_cast<ptrdiff_t>(my) * rowbytes;
+        for (A_long x = 0; x < cols; ++x) {
+          const long long mx = (static_cast<long long>(x0 + x) * sx) >> 16;
+          const unsigned char* p = row + static_cast<ptrdiff_t>(mx) * pix;
+          for (int c = 0; c < 4; ++c) sums[c] += loadChannel<T>(p + c * sizeof(T));
         }
       }
       const uint64_t count = static_cast<uint64_t>(rows) * static_cast<uint64_t>(cols);
-      maskval[static_cast<long long>(br) * g.columns + bc] =
-          channel == 0 ? Tr::maskRGB(sums[1], sums[2], sums[3], count) : Tr::maskSingle(sums[pos], count);
+      rec[static_cast<long long>(br) * g.columns + bc].maskval = maskValue<Tr>(sums, count, channel);
     }
   }
 }
 
 // Per-block brightness of the mask layer, or of the input when there is none.
 template <class Tr>
-void computeMaskValues(A_u_short* maskval, const Grid& g, const KernelInput& in) {
+void computeMaskValues(BlockRecord* rec, const Grid& g, const KernelInput& in) {
   if (g.blocks == 0) return;
   if (!in.maskData) {
-    fillMaskValues<Tr, false>(maskval, g, in.inData, in.inRowbytes, 65536, 65536, in.channel);
+    fillMaskValuesDirect<Tr>(rec, g, in.inData, in.inRowbytes, in.channel);
     return;
   }
   // Read 1:1 from the mask's top-left pixel when the output fits inside it at
@@ -163,13 +218,162 @@ void computeMaskValues(A_u_short* maskval, const Grid& g, const KernelInput& in)
                       static_cast<long long>(in.originX) + g.width <= in.maskWidth &&
                       static_cast<long long>(in.originY) + g.height <= in.maskHeight;
   if (inside) {
-    fillMaskValues<Tr, false>(maskval, g, in.maskData, in.maskRowbytes, 65536, 65536, in.channel);
+    fillMaskValuesDirect<Tr>(rec, g, in.maskData, in.maskRowbytes, in.channel);
     return;
   }
   // mask size * 65536 passes 2^31 for masks of 32768 pixels and more.
   const long long sx = (static_cast<long long>(in.maskWidth) * 65536) / g.width;
   const long long sy = (static_cast<long long>(in.maskHeight) * 65536) / g.height;
-  fillMaskValues<Tr, true>(maskval, g, in.maskData, in.maskRowbytes, sx, sy, in.channel);
+  fillMaskValuesStretched<Tr>(rec, g, in.maskData, in.maskRowbytes, sx, sy, in.channel);
+}
+
+// The shuffle's fixed quantities. Every division of an attempt is by one of
+// four numbers that stay the same for the whole loop.
+struct ShuffleSetup {
+  FastDivisor byBlocks, byColumns, bySpanX, bySpanY;
+  uint32_t columns;
+  A_long lastCol, lastRow, halfSpanX, halfSpanY;
+  bool partialW, partialH, alongX, alongY;
+};
+
+// Steps 1 to 4 of an attempt: three draws of the shuffle stream make a pair.
+// A block of a partial last column or row stays in it; full blocks never
+// reach it. Pairs are therefore always of equal size.
+#if defined(__GNUC__)
+#define TESSELUX_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define TESSELUX_ALWAYS_INLINE inline
+#endif
+
+// Kept inline so that the stream halves stay in registers: through memory,
+// every step would wait for the previous step's store.
+TESSELUX_ALWAYS_INLINE void drawPair(const ShuffleSetup& s, long long* w, long long* z, uint32_t* pa, uint32_t* pb) {
+  const uint32_t a = fastMod(z_random(w, z), s.byBlocks);
+  const uint32_t ay32 = fastDiv(a, s.byColumns);
+  const A_long ax = static_cast<A_long>(a - ay32 * s.columns), ay = static_cast<A_long>(ay32);
+  uint32_t d = z_random(w, z);
+  A_long tx = ax;
+  if (s.alongX && !(s.partialW && ax == s.lastCol)) {
+    tx = ax + static_cast<A_long>(fastMod(d, s.bySpanX)) - s.halfSpanX;
+    if (tx >= s.lastCol) tx = s.partialW ? s.lastCol - 1 : s.lastCol;
+    if (tx < 0) tx = 0;
+  }
+  d = z_random(w, z);
+  A_long ty = ay;
+  if (s.alongY && !(s.partialH && ay == s.lastRow)) {
+    ty = ay + static_cast<A_long>(fastMod(d, s.bySpanY)) - s.halfSpanY;
+    if (ty >= s.lastRow) ty = s.partialH ? s.lastRow - 1 : s.lastRow;
+    if (ty < 0) ty = 0;
+  }
+  *pa = a;
+  *pb = static_cast<uint32_t>(ty) * s.columns + static_cast<uint32_t>(tx);
+}
+
+// The three streams, as (w, z) pairs.
+struct Streams {
+  long long sw, sz, tw, tz, mw, mz;
+};
+
+// What decides an attempt beyond its pair.
+struct Decisions {
+  A_u_short intensity;
+  uint32_t thresholdRange;  // intensity + 1
+  bool swapping;            // false: exclusive mode with time frames
+  long long probability;
+  uint32_t choices;         // nframes + 1
+};
+
+// The attempt loop, compiled once per combination of what it must do:
+// kMask is the mask type whose test reads the mask values (-1: every pair is
+// affected, as with intensity 0), kFlag whether drawn blocks must be marked
+// (composite off), kTime whether affected pairs take time draws.
+//
+// The shuffle stream alone decides which blocks pair up, so pairs are drawn
+// kAhead attempts before they are decided and their records prefetched:
+// with small blocks the records far exceed the caches and land anywhere,
+// and this keeps that many misses in flight. The decisions themselves run
+// in attempt order with the same draws.
+template <int kMask, bool kFlag, bool kTime>
+void attemptLoop(BlockRecord* rec, long long attempts, const ShuffleSetup& s, const Decisions& d, Streams& st) {
+  constexpr int kAhead = 64;  // a power of two
+  uint32_t ring[kAhead][2];
+  long long sw = st.sw, sz = st.sz, tw = st.tw, tz = st.tz, mw = st.mw, mz = st.mz;
+  const long long lead = attempts < kAhead ? attempts : kAhead;
+  for (long long j = 0; j < lead; ++j) {
+    drawPair(s, &sw, &sz, &ring[j][0], &ring[j][1]);
+    __builtin_prefetch(rec + ring[j][0], 1);
+    __builtin_prefetch(rec + ring[j][1], 1);
+  }
+  const A_u_short I = d.intensity;
+  for (long long t = 0; t < attempts; ++t) {
+    uint32_t* slot = ring[t & (kAhead - 1)];
+    const uint32_t a = slot[0], b = slot[1];
+    if (t + kAhead < attempts) {
+      drawPair(s, &sw, &sz, &slot[0], &slot[1]);
+      __builtin_prefetch(rec + slot[0], 1);
+      __builtin_prefetch(rec + slot[1], 1);
+    }
+
+    bool affected = true;
+    if (kMask == 0) {
+      affected = rec[a].maskval >= I && rec[b].maskval >= I;
+    } else if (kMask == 1) {
+      const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
+      affected = da % d.thresholdRange <= rec[a].maskval && db % d.thresholdRange <= rec[b].maskval;
+    } else if (kMask == 2) {
+      const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
+      affected = da % (static_cast<uint32_t>(rec[a].maskval) + 1) >= I &&
+                 db % (static_cast<uint32_t>(rec[b].maskval) + 1) >= I;
+    }
+
+    if (affected) {
+      if (kFlag) {
+        rec[a].flag = 1;
+        rec[b].flag = 1;
+      }
+      if (a != b && d.swapping) {
+        const A_u_long x = rec[a].idx;
+        rec[a].idx = rec[b].idx;
+        rec[b].idx = x;
+      }
+    }
+
+    // The time stream moves four steps per attempt whatever happens, so a
+    // pair's time choice does not depend on the decisions of earlier pairs.
+    if (kTime) {
+      if (affected) {
+        z_random(&tw, &tz);
+        if ((tw & 1023) < d.probability) rec[a].frame = static_cast<A_u_char>(z_random(&tw, &tz) % d.choices);
+        else z_random(&tw, &tz);
+        z_random(&tw, &tz);
+        if ((tw & 1023) < d.probability) rec[b].frame = static_cast<A_u_char>(z_random(&tw, &tz) % d.choices);
+        else z_random(&tw, &tz);
+      } else {
+        z_random(&tw, &tz);
+        z_random(&tw, &tz);
+        z_random(&tw, &tz);
+        z_random(&tw, &tz);
+      }
+    }
+  }
+  st.sw = sw;
+  st.sz = sz;
+  st.tw = tw;
+  st.tz = tz;
+  st.mw = mw;
+  st.mz = mz;
+}
+
+template <int kMask>
+void attemptLoopFor(bool flag, bool time, BlockRecord* rec, long long attempts, const ShuffleSetup& s,
+                    const Decisions& d, Streams& st) {
+  if (flag) {
+    if (time) attemptLoop<kMask, true, true>(rec, attempts, s, d, st);
+    else attemptLoop<kMask, true, false>(rec, attempts, s, d, st);
+  } else {
+    if (time) attemptLoop<kMask, false, true>(rec, attempts, s, d, st);
+    else attemptLoop<kMask, false, false>(rec, attempts, s, d, st);
+  }
 }
 
 // Copies one channel of `count` pixels; the other three are left as they are.
@@ -189,13 +393,13 @@ struct BlockPass {
   unsigned char* out;
   ptrdiff_t outRowbytes;
   int channel;
-  const A_u_long* idx;
-  const A_u_char* frame;
-  const A_u_char* flag;
+  const BlockRecord* rec;
+  FastDivisor byColumns;
 };
 
 // One stretch of an output block row that comes from one stretch of one
-// source row: a block, or neighbouring blocks that stayed neighbours.
+// source row (a block, or neighbouring blocks that stayed neighbours), or,
+// with a null source, a stretch of undrawn blocks that is written as zeros.
 struct Run {
   ptrdiff_t dstOffset;  // bytes from the start of the output row
   const unsigned char* src;
@@ -223,7 +427,106 @@ inline void copyRun(unsigned char* dst, const unsigned char* src, size_t bytes, 
   else copyChannel<T>(dst, src, pixels, (channel & 3) * static_cast<ptrdiff_t>(sizeof(T)));
 }
 
+#if defined(__SSE2__)
+#define TESSELUX_STREAMING_STORES 1
+// Writes one output row front to back, as a sequence of pieces, with
+// non-temporal 16-byte stores: the row's cache lines are filled whole in the
+// write-combining buffers and go to memory without first being read, which
+// is what a large copy does. Pieces of any length and alignment are joined
+// in a 16-byte staging slot; bytes before the first 16-byte boundary of the
+// row and after the last are written with ordinary stores.
+struct RowStream {
+  alignas(16) unsigned char pend[16];
+  unsigned char* dst;  // where pend[0] belongs
+  size_t fill;         // bytes in pend
+  size_t want;         // bytes that complete pend: 16, fewer before the row's first boundary
+};
+
+inline void streamBegin(RowStream& s, unsigned char* row) {
+  s.dst = row;
+  s.fill = 0;
+  const size_t mis = reinterpret_cast<uintptr_t>(row) & 15;
+  s.want = mis ? 16 - mis : 16;
+}
+
+inline void streamFlushPending(RowStream& s) {
+  if (s.want == 16) _mm_stream_si128(reinterpret_cast<__m128i*>(s.dst), _mm_load_si128(reinterpret_cast<const __m128i*>(s.pend)));
+  else memcpy(s.dst, s.pend, s.want);
+  s.dst += s.want;
+  s.fill = 0;
+  s.want = 16;
+}
+
+// Appends `bytes` (a multiple of 4) from src, or zeros when src is null.
+inline void streamPut(RowStream& s, const unsigned char* src, size_t bytes) {
+  if (s.fill || s.want != 16) {
+    size_t take = s.want - s.fill;
+    if (take > bytes) take = bytes;
+    if (src) {
+      for (size_t k = 0; k < take; k += 4) memcpy(s.pend + s.fill + k, src + k, 4);
+      src += take;
+    } else {
+      memset(s.pend + s.fill, 0, take);
+    }
+    s.fill += take;
+    bytes -= take;
+    if (s.fill < s.want) return;
+    streamFlushPending(s);
+  }
+  __m128i* d = reinterpret_cast<__m128i*>(s.dst);
+  const size_t vecs = bytes / 16;
+  if (src) {
+    const __m128i* q = reinterpret_cast<const __m128i*>(src);
+    size_t k = 0;
+    for (; k + 4 <= vecs; k += 4) {
+      const __m128i v0 = _mm_loadu_si128(q + k), v1 = _mm_loadu_si128(q + k + 1);
+      const __m128i v2 = _mm_loadu_si128(q + k + 2), v3 = _mm_loadu_si128(q + k + 3);
+      _mm_stream_si128(d + k, v0);
+      _mm_stream_si128(d + k + 1, v1);
+      _mm_stream_si128(d + k + 2, v2);
+      _mm_stream_si128(d + k + 3, v3);
+    }
+    for (; k < vecs; ++k) _mm_stream_si128(d + k, _mm_loadu_si128(q + k));
+    src += vecs * 16;
+  } else {
+    const __m128i zero = _mm_setzero_si128();
+    for (size_t k = 0; k < vecs; ++k) _mm_stream_si128(d + k, zero);
+  }
+  s.dst += vecs * 16;
+  bytes -= vecs * 16;
+  if (bytes) {
+    if (src) {
+      for (size_t k = 0; k < bytes; k += 4) memcpy(s.pend + k, src + k, 4);
+    } else {
+      memset(s.pend, 0, bytes);
+    }
+    s.fill = bytes;
+  }
+}
+
+inline void streamEnd(RowStream& s) {
+  if (s.fill) memcpy(s.dst, s.pend, s.fill);
+  s.fill = 0;
+}
+
+// Streaming stores are weakly ordered; the host reads the frame after the
+// render returns, possibly on another thread.
+inline void streamFence() { _mm_sfence(); }
+#else
+#define TESSELUX_STREAMING_STORES 0
+#endif
+
+// Frames at least this large are written with streaming stores, which skip
+// reading each output line before writing it. Measured on the 2-core
+// virtualised EPYC the benchmarks run on, ordinary stores were faster at
+// every frame size up to 3840x2160 float (133 MB), as they are for that
+// machine's own memcpy up to 127 MB; so streaming is kept for frames beyond
+// any cache of such machines (8K float and up) and left for re-measurement
+// on others.
+constexpr size_t kStreamingMinBytes = size_t(256) << 20;
+
 // Block order: each drawn block is copied row by row to its destination.
+// Used only when the scratch memory of the row-ordered pass is missing.
 template <typename T>
 void blockPassByBlocks(const Grid& g, const BlockPass& p) {
   constexpr ptrdiff_t pix = 4 * sizeof(T);
@@ -231,14 +534,14 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
     const A_long rows = g.blockRows(r);
     for (A_long c = 0; c < g.columns; ++c) {
       const size_t i = static_cast<size_t>(r) * g.columns + c;
-      if (!p.flag[i]) continue;
+      if (!p.rec[i].flag) continue;
       const A_long cols = g.blockCols(c);
-      const unsigned k = p.frame[i];
+      const unsigned k = p.rec[i].frame;
       const ptrdiff_t stride = p.strides[k];
       // Byte offsets are ptrdiff_t: rows times rowbytes exceeds 2^31 on big frames.
       const unsigned char* src =
           p.sources[k] + static_cast<ptrdiff_t>(r) * g.bh * stride + static_cast<ptrdiff_t>(c) * g.bw * pix;
-      const A_u_long dest = p.idx[i];
+      const A_u_long dest = p.rec[i].idx;
       unsigned char* dst = p.out + static_cast<ptrdiff_t>(dest >> 16) * g.bh * p.outRowbytes +
                            static_cast<ptrdiff_t>(dest & 0xFFFF) * g.bw * pix;
       const size_t bytes = static_cast<size_t>(cols) * pix;
@@ -250,34 +553,62 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
 // Output order: the destinations of drawn blocks never overlap, so the same
 // pixels can be written one output row at a time. Each output block row is
 // described once as a list of runs, merging neighbours that came from
-// neighbouring source pixels; then every pixel row is a handful of memcpys
-// written front to back, which keeps the stores streaming.
-template <typename T>
-void blockPassByRows(const Grid& g, const BlockPass& p, A_u_long* drawnAt, Run* runs) {
+// neighbouring source pixels; then every pixel row is a handful of copies
+// written front to back. With kStream (whole pixels only) every output row
+// is written completely, undrawn blocks as zeros, with streaming stores, so
+// no clear pass is needed.
+//
+// drawnAt holds, per output block, the source block, and frameAt (only when
+// there are time frames) its frame, both written in one pass over the
+// records in block order: reading a moved block's record later, from the
+// output side, would be a cache miss per block whose result every
+// following run's merge test waits for.
+template <typename T, bool kStream>
+void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, A_u_long* drawnAt, A_u_char* frameAt,
+                     Run* runs) {
   constexpr ptrdiff_t pix = 4 * sizeof(T);
   constexpr A_u_long kNone = 0xFFFFFFFFu;
   const size_t n = static_cast<size_t>(g.blocks);
-  for (size_t j = 0; j < n; ++j) drawnAt[j] = kNone;
-  for (size_t i = 0; i < n; ++i)
-    if (p.flag[i]) drawnAt[static_cast<size_t>(p.idx[i] >> 16) * g.columns + (p.idx[i] & 0xFFFF)] = static_cast<A_u_long>(i);
+  // With composite on every block is drawn and the destinations are a
+  // permutation, so every entry is written below.
+  if (!allDrawn)
+    for (size_t j = 0; j < n; ++j) drawnAt[j] = kNone;
+  for (size_t i = 0; i < n; ++i) {
+    const BlockRecord b = p.rec[i];
+    if (!b.flag) continue;
+    const size_t j = static_cast<size_t>(b.idx >> 16) * g.columns + (b.idx & 0xFFFF);
+    drawnAt[j] = static_cast<A_u_long>(i);
+    if (frameAt) frameAt[j] = b.frame;
+  }
 
   for (A_long r = 0; r < g.rows; ++r) {
     int count = 0;
+    const A_u_long* at = drawnAt + static_cast<size_t>(r) * g.columns;
+    const A_u_char* frameRow = frameAt ? frameAt + static_cast<size_t>(r) * g.columns : nullptr;
     for (A_long c = 0; c < g.columns; ++c) {
-      const A_u_long i = drawnAt[static_cast<size_t>(r) * g.columns + c];
-      if (i == kNone) continue;
-      const A_long sr = static_cast<A_long>(i / static_cast<A_u_long>(g.columns));
-      const A_long sc = static_cast<A_long>(i % static_cast<A_u_long>(g.columns));
-      const unsigned k = p.frame[i];
-      const ptrdiff_t stride = p.strides[k];
-      const unsigned char* src =
-          p.sources[k] + static_cast<ptrdiff_t>(sr) * g.bh * stride + static_cast<ptrdiff_t>(sc) * g.bw * pix;
+      const A_u_long i = at[c];
       const ptrdiff_t dstOffset = static_cast<ptrdiff_t>(c) * g.bw * pix;
       const A_long cols = g.blockCols(c);  // equal to the source block's width
       const size_t bytes = static_cast<size_t>(cols) * pix;
+      if (i == kNone) {
+        if (!kStream) continue;
+        if (count > 0 && !runs[count - 1].src) {
+          runs[count - 1].bytes += bytes;
+          runs[count - 1].pixels += cols;
+        } else {
+          runs[count++] = Run{dstOffset, nullptr, 0, bytes, cols, 0};
+        }
+        continue;
+      }
+      const A_long sr = static_cast<A_long>(fastDiv(i, p.byColumns));
+      const A_long sc = static_cast<A_long>(i - static_cast<uint32_t>(sr) * static_cast<uint32_t>(g.columns));
+      const unsigned k = frameRow ? frameRow[c] : 0;
+      const ptrdiff_t stride = p.strides[k];
+      const unsigned char* src =
+          p.sources[k] + static_cast<ptrdiff_t>(sr) * g.bh * stride + static_cast<ptrdiff_t>(sc) * g.bw * pix;
       if (count > 0) {
         Run& last = runs[count - 1];
-        if (last.frameIndex == k && last.src + last.bytes == src &&
+        if (last.src && last.frameIndex == k && last.src + last.bytes == src &&
             last.dstOffset + static_cast<ptrdiff_t>(last.bytes) == dstOffset) {
           last.bytes += bytes;
           last.pixels += cols;
@@ -289,11 +620,51 @@ void blockPassByRows(const Grid& g, const BlockPass& p, A_u_long* drawnAt, Run* 
     if (count == 0) continue;
     const A_long rows = g.blockRows(r);
     unsigned char* dstRow = p.out + static_cast<ptrdiff_t>(r) * g.bh * p.outRowbytes;
-    for (A_long y = 0; y < rows; ++y, dstRow += p.outRowbytes)
+    for (A_long y = 0; y < rows; ++y, dstRow += p.outRowbytes) {
+#if TESSELUX_STREAMING_STORES
+      if (kStream) {
+        RowStream s;
+        streamBegin(s, dstRow);
+        for (int k = 0; k < count; ++k)
+          streamPut(s, runs[k].src ? runs[k].src + y * runs[k].stride : nullptr, runs[k].bytes);
+        streamEnd(s);
+        continue;
+      }
+#endif
       for (int k = 0; k < count; ++k)
         copyRun<T>(dstRow + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes, runs[k].pixels,
                    p.channel);
+    }
   }
+#if TESSELUX_STREAMING_STORES
+  if (kStream) streamFence();
+#endif
+}
+
+// The kernel's arrays as the observer expects them, one array per field.
+inline void observeRecords(const RenderHooks* hooks, KernelSnapshot& s, const BlockRecord* rec, size_t n) {
+  const size_t m = n ? n : 1;
+  A_u_long* idx = static_cast<A_u_long*>(malloc(m * sizeof(A_u_long)));
+  A_u_char* frame = static_cast<A_u_char*>(malloc(m));
+  A_u_short* maskval = static_cast<A_u_short*>(malloc(m * sizeof(A_u_short)));
+  A_u_char* flag = static_cast<A_u_char*>(malloc(m));
+  if (idx && frame && maskval && flag) {
+    for (size_t i = 0; i < n; ++i) {
+      idx[i] = rec[i].idx;
+      frame[i] = rec[i].frame;
+      maskval[i] = rec[i].maskval;
+      flag[i] = rec[i].flag;
+    }
+    s.idx = idx;
+    s.frame = frame;
+    s.maskval = maskval;
+    s.flag = flag;
+    hooks->observe(s, hooks->observeContext);
+  }
+  free(idx);
+  free(frame);
+  free(maskval);
+  free(flag);
 }
 
 template <class Tr>
@@ -322,173 +693,96 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   const bool packable = g.columns <= 65536 && g.rows <= 65536 && g.blocks <= 0x7FFFFFFFLL;
   const size_t n = packable ? static_cast<size_t>(g.blocks) : 0;
   const size_t m = n ? n : 1;
-  A_u_long* idx = nullptr;
-  A_u_char* frame = nullptr;
-  A_u_short* maskval = nullptr;
-  A_u_char* flag = nullptr;
-  if (packable) {
-    idx = static_cast<A_u_long*>(renderAllocate(allocator, m * sizeof(A_u_long)));
-    frame = static_cast<A_u_char*>(renderAllocate(allocator, m));
-    maskval = static_cast<A_u_short*>(renderAllocate(allocator, m * sizeof(A_u_short)));
-    flag = static_cast<A_u_char*>(renderAllocate(allocator, m));
-  }
-  if (!idx || !frame || !maskval || !flag) {
-    // No memory for the per-block arrays: the frame passes through unchanged.
-    free(idx);
-    free(frame);
-    free(maskval);
-    free(flag);
+  BlockRecord* rec = nullptr;
+  if (packable) rec = static_cast<BlockRecord*>(renderAllocate(allocator, m * sizeof(BlockRecord)));
+  if (!rec) {
+    // No memory for the per-block records: the frame passes through unchanged.
     for (A_long y = 0; y < g.height; ++y)
       memcpy(out + y * in.outRowbytes, in.inData + y * in.inRowbytes, rowBytes);
     return;
   }
 
   const bool composite = in.composite != 0;
-  memset(frame, 0, m);
-  memset(maskval, 0, m * sizeof(A_u_short));
-  memset(flag, composite ? 1 : 0, m);
-  for (A_long r = 0; r < g.rows; ++r)
-    for (A_long c = 0; c < g.columns; ++c)
-      idx[static_cast<size_t>(r) * g.columns + c] = (static_cast<A_u_long>(r) << 16) | static_cast<A_u_long>(c);
+  {
+    BlockRecord fresh;
+    fresh.idx = 0;
+    fresh.maskval = 0;
+    fresh.frame = 0;
+    fresh.flag = composite ? 1 : 0;
+    size_t i = 0;
+    for (A_long r = 0; r < g.rows; ++r)
+      for (A_long c = 0; c < g.columns; ++c, ++i) {
+        fresh.idx = (static_cast<A_u_long>(r) << 16) | static_cast<A_u_long>(c);
+        rec[i] = fresh;
+      }
+  }
 
   const A_u_short I = in.intensity;
-  if (I != 0) computeMaskValues<Tr>(maskval, g, in);
+  if (I != 0) computeMaskValues<Tr>(rec, g, in);
 
   A_long nframes = in.nframes < 0 ? 0 : in.nframes;
-  if (nframes > MAX_TIME_FRAMES) nframes = MAX_TIME_FRAMES;  // frame[] entries index the table below
+  if (nframes > MAX_TIME_FRAMES) nframes = MAX_TIME_FRAMES;  // frame entries index the table below
 
-  long long sw, sz, tw, tz, mw, mz;
-  z_seed(&sw, &sz, in.shuffleSeed);
-  z_seed(&tw, &tz, in.timeSeed);
-  z_seed(&mw, &mz, in.maskSeed);
+  Streams st;
+  z_seed(&st.sw, &st.sz, in.shuffleSeed);
+  z_seed(&st.tw, &st.tz, in.timeSeed);
+  z_seed(&st.mw, &st.mz, in.maskSeed);
 
   // Strength times block count passes 2^31 on large frames with 1-pixel
   // blocks, so the attempt count is computed in 64 bits.
   const long long weighted = static_cast<long long>(in.strength) * g.blocks;
   const long long attempts = weighted >= 256 ? weighted >> 8 : 0;
   if (attempts > 0) {
-    const uint32_t un = static_cast<uint32_t>(n);
-    const uint32_t cols = static_cast<uint32_t>(g.columns);
-    const A_long lastCol = g.columns - 1, lastRow = g.rows - 1;
+    ShuffleSetup s;
     const A_long spanX = ((g.columns * in.spread) >> 9) + 2;
     const A_long spanY = ((g.rows * in.spread) >> 9) + 2;
-    const uint32_t uSpanX = static_cast<uint32_t>(spanX), uSpanY = static_cast<uint32_t>(spanY);
-    const bool alongX = in.direction == 0 || in.direction == 1;
-    const bool alongY = in.direction == 0 || in.direction == 2;
+    s.byBlocks = makeDivisor(static_cast<uint32_t>(n));
+    s.byColumns = makeDivisor(static_cast<uint32_t>(g.columns));
+    s.bySpanX = makeDivisor(static_cast<uint32_t>(spanX));
+    s.bySpanY = makeDivisor(static_cast<uint32_t>(spanY));
+    s.columns = static_cast<uint32_t>(g.columns);
+    s.lastCol = g.columns - 1;
+    s.lastRow = g.rows - 1;
+    s.halfSpanX = spanX >> 1;
+    s.halfSpanY = spanY >> 1;
+    s.partialW = g.partialW != 0;
+    s.partialH = g.partialH != 0;
+    s.alongX = in.direction == 0 || in.direction == 1;
+    s.alongY = in.direction == 0 || in.direction == 2;
+
+    Decisions d;
+    d.intensity = I;
+    d.thresholdRange = static_cast<uint32_t>(I) + 1;
     // With exclusive mode and time frames, blocks only change time, not place.
-    const bool swapping = !(in.exclusive != 0 && nframes != 0);
+    d.swapping = !(in.exclusive != 0 && nframes != 0);
+    d.probability = in.probability;
+    d.choices = static_cast<uint32_t>(nframes) + 1;
     const bool timing = in.probability != 0 && nframes != 0;
-    const long long Q = in.probability;
-    const uint32_t choices = static_cast<uint32_t>(nframes) + 1;
-    const uint32_t thresholdRange = static_cast<uint32_t>(I) + 1;
+    const bool flagging = !composite;  // with composite on every flag is 1 already
+    const unsigned long long count = static_cast<unsigned long long>(attempts);
 
-    // The shuffle stream alone decides which blocks pair up, so the pairs of
-    // the next few attempts are drawn ahead and their array entries
-    // prefetched: with small blocks the arrays are large and the pairs land
-    // anywhere in them. The decisions below still run in attempt order.
-    constexpr int kAhead = 16;
-    uint32_t pairA[kAhead], pairB[kAhead];
-    int ready = 0, next = 0;
-    for (long long attempt = 0; attempt < attempts; ++attempt) {
-      if (next == ready) {
-        const long long left = attempts - attempt;
-        ready = left < kAhead ? static_cast<int>(left) : kAhead;
-        next = 0;
-        for (int j = 0; j < ready; ++j) {
-          const uint32_t a = z_random(&sw, &sz) % un;
-          const A_long ax = static_cast<A_long>(a % cols), ay = static_cast<A_long>(a / cols);
-
-          // A block of a partial last column or row stays in it; full blocks
-          // never reach it. Pairs are therefore always of equal size.
-          uint32_t d = z_random(&sw, &sz);
-          A_long tx = ax;
-          if (alongX && !(g.partialW && ax == lastCol)) {
-            tx = ax + static_cast<A_long>(d % uSpanX) - (spanX >> 1);
-            if (tx >= lastCol) tx = g.partialW ? lastCol - 1 : lastCol;
-            if (tx < 0) tx = 0;
-          }
-          d = z_random(&sw, &sz);
-          A_long ty = ay;
-          if (alongY && !(g.partialH && ay == lastRow)) {
-            ty = ay + static_cast<A_long>(d % uSpanY) - (spanY >> 1);
-            if (ty >= lastRow) ty = g.partialH ? lastRow - 1 : lastRow;
-            if (ty < 0) ty = 0;
-          }
-          const uint32_t b = static_cast<uint32_t>(ty) * cols + static_cast<uint32_t>(tx);
-          pairA[j] = a;
-          pairB[j] = b;
-          __builtin_prefetch(idx + a, 1);
-          __builtin_prefetch(idx + b, 1);
-          __builtin_prefetch(flag + a, 1);
-          __builtin_prefetch(flag + b, 1);
-          __builtin_prefetch(maskval + a);
-          __builtin_prefetch(maskval + b);
-        }
-      }
-      const uint32_t a = pairA[next], b = pairB[next];
-      ++next;
-
-      bool affected;
-      switch (in.maskType) {
-        case 0:
-          affected = maskval[a] >= I && maskval[b] >= I;
-          break;
-        case 1: {
-          const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
-          affected = da % thresholdRange <= maskval[a] && db % thresholdRange <= maskval[b];
-          break;
-        }
-        case 2: {
-          const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
-          affected = I == 0 || (da % (static_cast<uint32_t>(maskval[a]) + 1) >= I &&
-                                db % (static_cast<uint32_t>(maskval[b]) + 1) >= I);
-          break;
-        }
-        default:
-          affected = false;
-          break;
-      }
-
-      if (affected) {
-        flag[a] = 1;
-        flag[b] = 1;
-        if (a != b && swapping) {
-          const A_u_long t = idx[a];
-          idx[a] = idx[b];
-          idx[b] = t;
-        }
-      }
-
-      // The time stream moves four steps per attempt whatever happens, so a
-      // pair's time choice does not depend on the decisions of earlier pairs.
-      if (affected && timing) {
-        z_random(&tw, &tz);
-        if ((tw & 1023) < Q) frame[a] = static_cast<A_u_char>(z_random(&tw, &tz) % choices);
-        else z_random(&tw, &tz);
-        z_random(&tw, &tz);
-        if ((tw & 1023) < Q) frame[b] = static_cast<A_u_char>(z_random(&tw, &tz) % choices);
-        else z_random(&tw, &tz);
-      } else {
-        z_random(&tw, &tz);
-        z_random(&tw, &tz);
-        z_random(&tw, &tz);
-        z_random(&tw, &tz);
-      }
+    // With intensity 0 every known mask type affects every pair and the mask
+    // values are never read; the mask stream of types 1 and 2 still moves
+    // two steps per attempt, which is taken at once at the end. An unknown
+    // type affects nothing, so only the stream positions change.
+    const bool knownType = in.maskType >= 0 && in.maskType <= 2;
+    if (!knownType) {
+      z_skip(&st.sw, &st.sz, 3 * count);
+    } else if (I == 0) {
+      attemptLoopFor<-1>(flagging, timing, rec, attempts, s, d, st);
+      if (in.maskType != 0) z_skip(&st.mw, &st.mz, 2 * count);
+    } else if (in.maskType == 0) {
+      attemptLoopFor<0>(flagging, timing, rec, attempts, s, d, st);
+    } else if (in.maskType == 1) {
+      attemptLoopFor<1>(flagging, timing, rec, attempts, s, d, st);
+    } else {
+      attemptLoopFor<2>(flagging, timing, rec, attempts, s, d, st);
     }
+    // Without time draws the time stream still ends four steps per attempt on.
+    if (!timing || !knownType) z_skip(&st.tw, &st.tz, 4 * count);
   }
 
   const int channel = in.channel;
-  if (!composite) {
-    for (A_long y = 0; y < g.height; ++y) memset(out + y * in.outRowbytes, 0, rowBytes);
-  } else if (channel != 0) {
-    // The prefill only has to supply the three unchosen channels. With
-    // composite on every block is drawn and the drawn blocks tile the frame,
-    // so the chosen channel is overwritten everywhere by the block pass:
-    // copying whole rows gives the same result in one memcpy per row.
-    for (A_long y = 0; y < g.height; ++y)
-      memcpy(out + y * in.outRowbytes, in.inData + y * in.inRowbytes, rowBytes);
-  }
-
   // Source of frame k: entry 0 is the input, entries 1..nframes the time
   // frames, each with its own stride in bytes.
   BlockPass pass;
@@ -501,17 +795,39 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   pass.out = out;
   pass.outRowbytes = in.outRowbytes;
   pass.channel = channel;
-  pass.idx = idx;
-  pass.frame = frame;
-  pass.flag = flag;
+  pass.rec = rec;
+  pass.byColumns = makeDivisor(static_cast<uint32_t>(g.columns ? g.columns : 1));
 
   // The row-ordered pass needs a little scratch memory; without it the
   // block-ordered pass writes the same pixels.
-  const size_t runsOffset = (m * sizeof(A_u_long) + alignof(Run) - 1) / alignof(Run) * alignof(Run);
+  const size_t frameAtOffset = m * sizeof(A_u_long);
+  const size_t frameAtBytes = nframes ? m : 0;
+  const size_t runsOffset = (frameAtOffset + frameAtBytes + alignof(Run) - 1) / alignof(Run) * alignof(Run);
   void* scratch = renderAllocate(allocator, runsOffset + static_cast<size_t>(g.columns) * sizeof(Run));
+  const bool streaming = TESSELUX_STREAMING_STORES && scratch && channel == 0 &&
+                         rowBytes * static_cast<size_t>(g.height) >=
+                             (hooks && hooks->streamingMinBytes ? hooks->streamingMinBytes : kStreamingMinBytes);
+
+  if (!composite) {
+    // The streaming pass writes undrawn blocks as zeros itself.
+    if (!streaming)
+      for (A_long y = 0; y < g.height; ++y) memset(out + y * in.outRowbytes, 0, rowBytes);
+  } else if (channel != 0) {
+    // The prefill only has to supply the three unchosen channels. With
+    // composite on every block is drawn and the drawn blocks tile the frame,
+    // so the chosen channel is overwritten everywhere by the block pass:
+    // copying whole rows gives the same result in one memcpy per row.
+    for (A_long y = 0; y < g.height; ++y)
+      memcpy(out + y * in.outRowbytes, in.inData + y * in.inRowbytes, rowBytes);
+  }
+
   if (scratch) {
-    blockPassByRows<T>(g, pass, static_cast<A_u_long*>(scratch),
-                       reinterpret_cast<Run*>(static_cast<unsigned char*>(scratch) + runsOffset));
+    unsigned char* base = static_cast<unsigned char*>(scratch);
+    A_u_long* drawnAt = reinterpret_cast<A_u_long*>(base);
+    A_u_char* frameAt = nframes ? base + frameAtOffset : nullptr;
+    Run* runs = reinterpret_cast<Run*>(base + runsOffset);
+    if (streaming) blockPassByRows<T, true>(g, pass, composite, drawnAt, frameAt, runs);
+    else blockPassByRows<T, false>(g, pass, composite, drawnAt, frameAt, runs);
     free(scratch);
   } else {
     blockPassByBlocks<T>(g, pass);
@@ -532,23 +848,16 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
     s.probability = in.probability;
     s.nframes = nframes;
     s.intensity = I;
-    s.idx = idx;
-    s.frame = frame;
-    s.maskval = maskval;
-    s.flag = flag;
-    s.shuffleW = sw;
-    s.shuffleZ = sz;
-    s.maskW = mw;
-    s.maskZ = mz;
-    s.timeW = tw;
-    s.timeZ = tz;
-    hooks->observe(s, hooks->observeContext);
+    s.shuffleW = st.sw;
+    s.shuffleZ = st.sz;
+    s.maskW = st.mw;
+    s.maskZ = st.mz;
+    s.timeW = st.tw;
+    s.timeZ = st.tz;
+    observeRecords(hooks, s, rec, n);
   }
 
-  free(idx);
-  free(frame);
-  free(maskval);
-  free(flag);
+  free(rec);
 }
 
 }  // namespace tesselux_kernel

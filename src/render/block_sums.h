@@ -160,4 +160,169 @@ inline void sumBlock32(const unsigned char* base, ptrdiff_t rowbytes, A_long col
 #endif
 }
 
+
+// Row-ordered sums: a whole block row at once, its pixel rows read front to
+// back so that the frame is one streaming read, with one accumulator per
+// block column. `columns` blocks of `bw` pixels start at `base`; the last of
+// them is `lastCols` wide. sums[c] receives A, R, G, B of block c. At most
+// kSumColumns blocks per call; the caller walks wider grids in chunks.
+constexpr A_long kSumColumns = 256;
+
+// Widest block the row-ordered 8- and 16-bit sums take: one pixel row may
+// then add at most 65536 * 65535 to a 32-bit lane.
+constexpr A_long kRowSumMaxWidth = 65536;
+
+// 8-bit. Each block's run of a pixel row is summed as in sumBlock8 (channel
+// pairs in 16-bit lanes, at most 128 steps), widened into the column's
+// 32-bit lanes, and those are emptied into 64-bit totals before a lane could
+// pass 2^32.
+inline void sumBlockRow8(const unsigned char* base, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
+                         A_long lastCols, uint64_t (*sums)[4]) {
+  for (A_long c = 0; c < columns; ++c) sums[c][0] = sums[c][1] = sums[c][2] = sums[c][3] = 0;
+#if defined(__SSE2__)
+  const __m128i low = _mm_set1_epi16(0x00FF);
+  const __m128i zero = _mm_setzero_si128();
+  __m128i ag[kSumColumns], rb[kSumColumns];  // 32-bit lanes A, G, A, G and R, B, R, B
+  for (A_long c = 0; c < columns; ++c) ag[c] = rb[c] = zero;
+  const A_long flushEvery = static_cast<A_long>(0xFFFFFFFFu / (static_cast<uint32_t>(bw) * 255u));
+  A_long sinceFlush = 0;
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long c = 0; c < columns; ++c, p += 4 * static_cast<ptrdiff_t>(bw)) {
+      const A_long cols = c == columns - 1 ? lastCols : bw;
+      const A_long vecCols = cols & ~3;
+      A_long x = 0;
+      while (x < vecCols) {
+        const A_long steps = (vecCols - x) / 4 < 128 ? (vecCols - x) / 4 : 128;
+        const unsigned char* q = p + 4 * x;
+        __m128i a16 = zero, r16 = zero;
+        for (A_long k = 0; k < steps; ++k, q += 16) {
+          const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+          a16 = _mm_add_epi16(a16, _mm_and_si128(v, low));
+          r16 = _mm_add_epi16(r16, _mm_srli_epi16(v, 8));
+        }
+        ag[c] = _mm_add_epi32(ag[c], _mm_add_epi32(_mm_unpacklo_epi16(a16, zero), _mm_unpackhi_epi16(a16, zero)));
+        rb[c] = _mm_add_epi32(rb[c], _mm_add_epi32(_mm_unpacklo_epi16(r16, zero), _mm_unpackhi_epi16(r16, zero)));
+        x += 4 * steps;
+      }
+      for (; x < cols; ++x)
+        for (int k = 0; k < 4; ++k) sums[c][k] += p[4 * x + k];
+    }
+    if (++sinceFlush == flushEvery || y == rows - 1) {
+      for (A_long c = 0; c < columns; ++c) {
+        uint32_t l[4], m[4];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(l), ag[c]);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(m), rb[c]);
+        sums[c][0] += static_cast<uint64_t>(l[0]) + l[2];
+        sums[c][2] += static_cast<uint64_t>(l[1]) + l[3];
+        sums[c][1] += static_cast<uint64_t>(m[0]) + m[2];
+        sums[c][3] += static_cast<uint64_t>(m[1]) + m[3];
+        ag[c] = rb[c] = zero;
+      }
+      sinceFlush = 0;
+    }
+  }
+#else
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long c = 0; c < columns; ++c, p += 4 * static_cast<ptrdiff_t>(bw)) {
+      const A_long cols = c == columns - 1 ? lastCols : bw;
+      for (A_long x = 0; x < cols; ++x)
+        for (int k = 0; k < 4; ++k) sums[c][k] += p[4 * x + k];
+    }
+  }
+#endif
+}
+
+// 16-bit: two pixels per step straight into the column's 32-bit lanes, which
+// are emptied into 64-bit totals before they could pass 2^32.
+inline void sumBlockRow16(const unsigned char* base, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
+                          A_long lastCols, uint64_t (*sums)[4]) {
+  for (A_long c = 0; c < columns; ++c) sums[c][0] = sums[c][1] = sums[c][2] = sums[c][3] = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  __m128i acc[kSumColumns];  // 32-bit lanes A, R, G, B
+  for (A_long c = 0; c < columns; ++c) acc[c] = zero;
+  const A_long flushEvery = static_cast<A_long>(0xFFFFFFFFu / (static_cast<uint32_t>(bw) * 65535u));
+  A_long sinceFlush = 0;
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long c = 0; c < columns; ++c, p += 8 * static_cast<ptrdiff_t>(bw)) {
+      const A_long cols = c == columns - 1 ? lastCols : bw;
+      const A_long vecCols = cols & ~1;
+      __m128i a = acc[c];
+      const unsigned char* q = p;
+      for (A_long x = 0; x < vecCols; x += 2, q += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+        a = _mm_add_epi32(a, _mm_add_epi32(_mm_unpacklo_epi16(v, zero), _mm_unpackhi_epi16(v, zero)));
+      }
+      acc[c] = a;
+      if (vecCols < cols)
+        for (int k = 0; k < 4; ++k) {
+          uint16_t v;
+          memcpy(&v, p + 8 * vecCols + 2 * k, sizeof v);
+          sums[c][k] += v;
+        }
+    }
+    if (++sinceFlush == flushEvery || y == rows - 1) {
+      for (A_long c = 0; c < columns; ++c) {
+        uint32_t l[4];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(l), acc[c]);
+        for (int k = 0; k < 4; ++k) sums[c][k] += l[k];
+        acc[c] = zero;
+      }
+      sinceFlush = 0;
+    }
+  }
+#else
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long c = 0; c < columns; ++c, p += 8 * static_cast<ptrdiff_t>(bw)) {
+      const A_long cols = c == columns - 1 ? lastCols : bw;
+      for (A_long x = 0; x < cols; ++x)
+        for (int k = 0; k < 4; ++k) {
+          uint16_t v;
+          memcpy(&v, p + 8 * x + 2 * k, sizeof v);
+          sums[c][k] += v;
+        }
+    }
+  }
+#endif
+}
+
+// Float: each block keeps its own four running sums, and a block's pixels
+// still arrive in its own row-major order, so every rounding is the same as
+// in sumBlock32.
+inline void sumBlockRow32(const unsigned char* base, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
+                          A_long lastCols, float (*sums)[4]) {
+#if defined(__SSE2__)
+  __m128 acc[kSumColumns];
+  for (A_long c = 0; c < columns; ++c) acc[c] = _mm_setzero_ps();
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long c = 0; c < columns; ++c, p += 16 * static_cast<ptrdiff_t>(bw)) {
+      const A_long cols = c == columns - 1 ? lastCols : bw;
+      __m128 a = acc[c];
+      for (A_long x = 0; x < cols; ++x) a = _mm_add_ps(a, _mm_loadu_ps(reinterpret_cast<const float*>(p + 16 * x)));
+      acc[c] = a;
+    }
+  }
+  for (A_long c = 0; c < columns; ++c) _mm_storeu_ps(sums[c], acc[c]);
+#else
+  for (A_long c = 0; c < columns; ++c) sums[c][0] = sums[c][1] = sums[c][2] = sums[c][3] = 0.0f;
+  for (A_long y = 0; y < rows; ++y) {
+    const unsigned char* p = base + y * rowbytes;
+    for (A_long c = 0; c < columns; ++c, p += 16 * static_cast<ptrdiff_t>(bw)) {
+      const A_long cols = c == columns - 1 ? lastCols : bw;
+      for (A_long x = 0; x < cols; ++x)
+        for (int k = 0; k < 4; ++k) {
+          float v;
+          memcpy(&v, p + 16 * x + 4 * k, sizeof v);
+          sums[c][k] += v;
+        }
+    }
+  }
+#endif
+}
+
 }  // namespace tesselux_kernel

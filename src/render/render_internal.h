@@ -4,6 +4,8 @@
 // hooks; the cost is one null check per call.
 #pragma once
 
+#include <stddef.h>
+
 #include "aesdk/aesdk.h"
 #include "params/param_values.h"
 #include "render/allocator.h"
@@ -30,6 +32,10 @@ struct RenderHooks {
   RenderAllocator allocator;  // also used for the time frame copies
   void (*observe)(const KernelSnapshot& snapshot, void* context);
   void* observeContext;
+  // Smallest frame, in bytes, whose block pass uses streaming stores; 0
+  // keeps the renderer's own threshold. Lets tests reach that path with
+  // small frames.
+  size_t streamingMinBytes;
 };
 
 PF_Err renderARGB8WithHooks(PF_LayerDef* input, PF_LayerDef* output, ParamValues values, float downsample,

@@ -5,16 +5,18 @@
 
 namespace {
 
-struct Rect {
+// Not "Rect": macOS declares a global Rect, and an unqualified use of this one
+// would be ambiguous there.
+struct WideRect {
   long long left, top, right, bottom;  // wide so that origin + size cannot overflow
 };
 
-Rect worldRect(const PF_LayerDef* w) {
-  return Rect{w->origin_x, w->origin_y, static_cast<long long>(w->origin_x) + w->width,
-              static_cast<long long>(w->origin_y) + w->height};
+WideRect worldRect(const PF_LayerDef* w) {
+  return WideRect{w->origin_x, w->origin_y, static_cast<long long>(w->origin_x) + w->width,
+                  static_cast<long long>(w->origin_y) + w->height};
 }
 
-bool sameRect(const Rect& a, const Rect& b) {
+bool sameRect(const WideRect& a, const WideRect& b) {
   return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
 }
 
@@ -67,11 +69,11 @@ int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_Laye
   // absent keeps that walk on initialised entries.
   if (n >= 0 && n < TIME_FRAMES_CAPACITY) set->present[n] = 0;
 
-  const Rect src = worldRect(source);
-  Rect u = src;
+  const WideRect src = worldRect(source);
+  WideRect u = src;
   for (int i = 0; i < n; ++i) {
     if (!set->present[i]) continue;
-    const Rect r = worldRect(layers[i]);
+    const WideRect r = worldRect(layers[i]);
     if (r.left < u.left) u.left = r.left;
     if (r.top < u.top) u.top = r.top;
     if (r.right > u.right) u.right = r.right;
@@ -121,7 +123,7 @@ int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_Laye
     memset(copy, 0, copyBytes);
     set->buffers[j] = copy;
     const PF_LayerDef* layer = layers[i];
-    const Rect r = worldRect(layer);
+    const WideRect r = worldRect(layer);
     const unsigned char* rowIn = static_cast<const unsigned char*>(static_cast<const void*>(layer->data));
     const size_t rowBytesCopied = layer->width > 0 ? static_cast<size_t>(layer->width) * 4 * sizeof(T) : 0;
     for (A_long row = 0; row < layer->height; ++row) {

@@ -38,7 +38,9 @@ TEST_F(PluginTest, PremiereGlobalSetupAnnouncesThreeFormatsInOrderAndAsksForMatc
   EXPECT_EQ(h.outData().out_flags, 0x06008000);
   EXPECT_EQ(h.outData().out_flags2, 0x08801410);
   EXPECT_EQ(h.supportedPixelFormats(),
-            (std::vector<PrPixelFormat>{0x62677261, 0x62677241, 0x62675241}));
+            (std::vector<PrPixelFormat>{static_cast<PrPixelFormat>(0x62677261),
+                                        static_cast<PrPixelFormat>(0x62677241),
+                                        static_cast<PrPixelFormat>(0x62675241)}));
 
   // Suite traffic and suite calls in order; suite names carry their versions.
   std::vector<std::string> seq;

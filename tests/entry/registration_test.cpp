@@ -103,7 +103,10 @@ TEST_F(PluginTest, ResourceDescriptionMatchesRegistrationAndGlobalSetup) {
   EXPECT_EQ(piplProperty(pipl, "AE_Effect_Match_Name"), "\"" + r.matchName + "\"");
   EXPECT_EQ(piplProperty(pipl, "CodeMacIntel64"), "\"" + r.entryPoint + "\"");
   EXPECT_EQ(piplProperty(pipl, "CodeMacARM64"), "\"" + r.entryPoint + "\"");
-  EXPECT_EQ(piplProperty(pipl, "AE_Effect_Spec_Version"),
+  // The resource takes the API version from the version header's two names,
+  // which must be the pair the effect registers with.
+  EXPECT_EQ(piplProperty(pipl, "AE_Effect_Spec_Version"), "PF_PLUG_IN_VERSION,PF_PLUG_IN_SUBVERS");
+  EXPECT_EQ(std::to_string(PF_PLUG_IN_VERSION) + "," + std::to_string(PF_PLUG_IN_SUBVERS),
             std::to_string(r.apiVersion) + "," + std::to_string(r.apiSubversion));
   EXPECT_EQ(piplProperty(pipl, "AE_Reserved_Info"), std::to_string(r.reservedInfo));
   EXPECT_EQ(std::stoul(piplProperty(pipl, "AE_Effect_Version"), nullptr, 0), out.my_version);

@@ -37,7 +37,11 @@ void report(PF_OutData* out, const std::string& text) {
 PF_Err globalSetup(PF_InData* in, PF_OutData* out) {
   out->my_version = PF_VERSION(2, 3, 4, PF_Stage_BETA, 5);
   out->out_flags = PF_OutFlag_CUSTOM_UI;
+#ifdef FAKE_SINGLE_THREADED
   out->out_flags2 = PF_OutFlag2_SUPPORTS_SMART_RENDER;
+#else
+  out->out_flags2 = PF_OutFlag2_SUPPORTS_SMART_RENDER | PF_OutFlag2_SUPPORTS_THREADED_RENDERING;
+#endif
   if (in->appl_id != PF_APPL_ID_PREMIERE) return PF_Err_NONE;
   auto* formats = acquire<PF_PixelFormatSuite1>(in, kPFPixelFormatSuite, 1);
   if (!formats) return A_Err_MISSING_SUITE;
@@ -582,7 +586,7 @@ PF_Err scenario(const std::string& s, PF_InData* in, PF_OutData* out, PF_ParamDe
     report(out, text);
   } else if (s == "pr_world_format") {
     auto* pf = acquire<PF_PixelFormatSuite1>(in, kPFPixelFormatSuite, 1);
-    PrPixelFormat f = 0;
+    PrPixelFormat f = PrPixelFormat_Any;
     const PF_Err err = pf->GetPixelFormat(&params[0]->u.ld, &f);
     release(in, kPFPixelFormatSuite, 1);
     std::snprintf(text, sizeof text, "%d 0x%08X", err, static_cast<unsigned>(f));

@@ -137,7 +137,8 @@ TEST_F(FakeHost, GlobalSetupInAfterEffectsAsksForNothing) {
   ASSERT_EQ(host.globalSetup(), PF_Err_NONE);
   EXPECT_EQ(host.outData().my_version, PF_VERSION(2, 3, 4, PF_Stage_BETA, 5));
   EXPECT_EQ(host.outData().out_flags, PF_OutFlag_CUSTOM_UI);
-  EXPECT_EQ(host.outData().out_flags2, PF_OutFlag2_SUPPORTS_SMART_RENDER);
+  EXPECT_EQ(host.outData().out_flags2,
+            PF_OutFlag2_SUPPORTS_SMART_RENDER | PF_OutFlag2_SUPPORTS_THREADED_RENDERING);
   EXPECT_TRUE(host.calls().empty());
   EXPECT_TRUE(host.supportedPixelFormats().empty());
   EXPECT_TRUE(breaks().empty());

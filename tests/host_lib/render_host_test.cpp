@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 #include "host_render_support.h"
@@ -49,13 +51,12 @@ TEST_F(RenderHostTest, ConcurrentFramesEqualSerialFramesByteForByte) {
   RenderHost host(fakeOptions());
   for (Depth depth : {Depth::Bits8, Depth::Float32}) {
     constexpr int kFrames = 8;
-    std::vector<RenderResult> serial;
-    for (int k = 0; k < kFrames; ++k) serial.push_back(host.render(request(k + 2, depth)));
-    std::vector<RenderResult> concurrent(kFrames);
+    std::vector<RenderResult> serial, concurrent(kFrames);
     std::vector<std::thread> threads;
     for (int k = 0; k < kFrames; ++k)
       threads.emplace_back([&, k] { concurrent[k] = host.render(request(k + 2, depth)); });
     for (std::thread& t : threads) t.join();
+    for (int k = 0; k < kFrames; ++k) serial.push_back(host.render(request(k + 2, depth)));
     for (int k = 0; k < kFrames; ++k) {
       ASSERT_EQ(serial[k].err, PF_Err_NONE);
       ASSERT_EQ(concurrent[k].err, PF_Err_NONE);
@@ -120,6 +121,23 @@ TEST_F(RenderHostTest, RendersIntoACallersPicture) {
   EXPECT_THROW(host.render(req), std::invalid_argument);
 }
 
+TEST_F(RenderHostTest, CallsAreRecordedPerRenderOrNotAtAll) {
+  RenderHost recording(fakeOptions());
+  const RenderResult r = recording.render(request(3));
+  ASSERT_FALSE(r.calls.empty());
+  // Frame 3 at 25 frames a second: time 2880 in 24000ths.
+  EXPECT_EQ(r.calls.front(), thost::HostCall("checkout_param", "1,2880,960,24000"));
+  // Nothing carried over from the render before (handle ids do go on).
+  EXPECT_EQ(recording.render(request(3)).calls.size(), r.calls.size());
+  recording.finalBreaks();
+  RenderHost::Options o = fakeOptions();
+  o.recordCalls = false;
+  RenderHost quiet(o);
+  const RenderResult q = quiet.render(request(3));
+  EXPECT_TRUE(q.calls.empty());
+  EXPECT_EQ(q.output, r.output);
+}
+
 TEST_F(RenderHostTest, PremiereRendersOnlyInAnnouncedFormats) {
   RenderHost host(fakeOptions(thost::App::PremierePro));
   const RenderResult r = host.render(request(2));
@@ -140,6 +158,66 @@ TEST_F(RenderHostTest, ContractBreaksArePerRender) {
   for (std::thread& t : threads) t.join();
   for (int k = 0; k < 4; ++k) EXPECT_EQ(results[k].breaks.size(), k % 2 ? 1u : 0u) << k;
   EXPECT_TRUE(host.finalBreaks().empty()) << firstOf(host.finalBreaks());
+}
+
+// A clip whose first `parties` frame requests wait for each other, so that
+// that many renders are certainly in flight together.
+class RendezvousClip : public thost::Clip {
+ public:
+  RendezvousClip(std::shared_ptr<const thost::Clip> inner, int parties)
+      : inner_(std::move(inner)), parties_(parties) {}
+  int frameCount() const override { return inner_->frameCount(); }
+  std::shared_ptr<const Image> frame(int k, Depth depth) const override {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (arrived_ < parties_) {
+      ++arrived_;
+      arrivals_.notify_all();
+      arrivals_.wait(lock, [this] { return arrived_ >= parties_; });
+    }
+    lock.unlock();
+    return inner_->frame(k, depth);
+  }
+
+ private:
+  std::shared_ptr<const thost::Clip> inner_;
+  int parties_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable arrivals_;
+  mutable int arrived_ = 0;
+};
+
+TEST_F(RenderHostTest, OverlappingFramesNeedThreadedRenderingDeclared) {
+  RenderHost::Options o = fakeOptions();
+  o.pluginPath = THOST_FAKE_SINGLE_THREADED;
+  RenderHost host(o);
+  EXPECT_EQ(host.outFlags2() & PF_OutFlag2_SUPPORTS_THREADED_RENDERING, 0);
+  EXPECT_TRUE(host.render(request(1)).breaks.empty());  // one at a time is fine
+  RenderRequest overlapping = request(1);
+  overlapping.layer = std::make_shared<RendezvousClip>(layer, 2);
+  RenderResult a, b;
+  std::thread ta([&] { a = host.render(overlapping); });
+  std::thread tb([&] { b = host.render(overlapping); });
+  ta.join();
+  tb.join();
+  // The render that started second found the first in flight.
+  ASSERT_EQ(a.breaks.size() + b.breaks.size(), 1u);
+  const std::string& only = a.breaks.empty() ? b.breaks.front() : a.breaks.front();
+  EXPECT_NE(only.find("does not declare PF_OutFlag2_SUPPORTS_THREADED_RENDERING"), std::string::npos)
+      << only;
+  EXPECT_EQ(a.output, b.output);
+}
+
+TEST_F(RenderHostTest, ThreadedRenderingDeclaredAllowsOverlap) {
+  RenderHost host(fakeOptions());
+  RenderRequest overlapping = request(1);
+  overlapping.layer = std::make_shared<RendezvousClip>(layer, 2);
+  RenderResult a, b;
+  std::thread ta([&] { a = host.render(overlapping); });
+  std::thread tb([&] { b = host.render(overlapping); });
+  ta.join();
+  tb.join();
+  EXPECT_TRUE(a.breaks.empty()) << firstOf(a.breaks);
+  EXPECT_TRUE(b.breaks.empty()) << firstOf(b.breaks);
 }
 
 TEST(TimeBaseTest, FromRateScalesToAtLeast24000) {

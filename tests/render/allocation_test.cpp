@@ -23,10 +23,10 @@ RenderHooks failingHooks(rt::FailingAllocator* f, rt::Captured* cap) {
   return h;
 }
 
-// The four per-block arrays, then one scratch buffer for the row-ordered
-// block pass: the same five whatever the frame size, so nothing is
-// allocated per pixel or per block row.
-TYPED_TEST(Allocation, FiveAllocationsPerCallWhateverTheFrameSize) {
+// The per-block records, then one scratch buffer for the row-ordered block
+// pass: the same two whatever the frame size, so nothing is allocated per
+// pixel or per block row.
+TYPED_TEST(Allocation, TwoAllocationsPerCallWhateverTheFrameSize) {
   using T = TypeParam;
   std::mt19937 rng(1);
   for (int size : {8, 64, 150}) {
@@ -41,7 +41,7 @@ TYPED_TEST(Allocation, FiveAllocationsPerCallWhateverTheFrameSize) {
     rt::Captured cap;
     Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
     EXPECT_TRUE(cap.seen);
-    EXPECT_EQ(f.calls, 5) << "size " << size;
+    EXPECT_EQ(f.calls, 2) << "size " << size;
   }
 }
 
@@ -50,31 +50,31 @@ TYPED_TEST(Allocation, FailedBlockArrayPassesTheFrameThroughUnchanged) {
   std::mt19937 rng(2);
   World<T> in(37, 23);
   rt::fillRandom(in, rng);
-  for (int failOn = 1; failOn <= 4; ++failOn)
-    for (int composite = 0; composite <= 1; ++composite)
-      for (int channel : {0, 3}) {
-        ParamValues v = rt::defaultValues();
-        v.blockWidth = 5;
-        v.blockHeight = 4;
-        v.shuffleStrength = 1.0;
-        v.compositeOnOriginal = composite;
-        v.channels = channel;
-        v.maskIntensity = 20;
-        World<T> out(37, 23);
-        out.fillBytes(rng);
-        const World<T> before = out;
-        rt::FailingAllocator f;
-        f.failOn = failOn;
-        rt::Captured cap;
-        EXPECT_EQ(Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap)), PF_Err_NONE);
-        EXPECT_FALSE(cap.seen);  // the kernel stopped before any decision
-        EXPECT_EQ(f.calls, 4);   // all four were tried; those obtained were freed
-        for (int y = 0; y < 23; ++y) {
-          EXPECT_EQ(memcmp(out.at(0, y, 0), in.at(0, y, 0), 37 * 4 * sizeof(T)), 0) << "row " << y;
-          // Only the frame's width is copied: the row padding is untouched.
-          EXPECT_EQ(memcmp(out.at(37, y, 0), before.at(37, y, 0), 3 * 4 * sizeof(T)), 0);
-        }
+  const int failOn = 1;  // the record array
+  for (int composite = 0; composite <= 1; ++composite)
+    for (int channel : {0, 3}) {
+      ParamValues v = rt::defaultValues();
+      v.blockWidth = 5;
+      v.blockHeight = 4;
+      v.shuffleStrength = 1.0;
+      v.compositeOnOriginal = composite;
+      v.channels = channel;
+      v.maskIntensity = 20;
+      World<T> out(37, 23);
+      out.fillBytes(rng);
+      const World<T> before = out;
+      rt::FailingAllocator f;
+      f.failOn = failOn;
+      rt::Captured cap;
+      EXPECT_EQ(Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap)), PF_Err_NONE);
+      EXPECT_FALSE(cap.seen);  // the kernel stopped before any decision
+      EXPECT_EQ(f.calls, 1);   // nothing else was tried
+      for (int y = 0; y < 23; ++y) {
+        EXPECT_EQ(memcmp(out.at(0, y, 0), in.at(0, y, 0), 37 * 4 * sizeof(T)), 0) << "row " << y;
+        // Only the frame's width is copied: the row padding is untouched.
+        EXPECT_EQ(memcmp(out.at(37, y, 0), before.at(37, y, 0), 3 * 4 * sizeof(T)), 0);
       }
+    }
 }
 
 TYPED_TEST(Allocation, TimeFrameCopiesComeFirstAndAFailureDropsTheTimeShift) {
@@ -95,13 +95,13 @@ TYPED_TEST(Allocation, TimeFrameCopiesComeFirstAndAFailureDropsTheTimeShift) {
     v.timeLayers[k] = &frames.back()->def;
   }
 
-  // Normal: three copies, then the four arrays and the scratch buffer.
+  // Normal: three copies, then the records and the scratch buffer.
   World<T> normal(20, 16);
   {
     rt::FailingAllocator f;
     rt::Captured cap;
     Depth<T>::render(&in.def, &normal.def, v, 1.0f, failingHooks<T>(&f, &cap));
-    EXPECT_EQ(f.calls, 3 + 5);
+    EXPECT_EQ(f.calls, 3 + 2);
     EXPECT_EQ(cap.s.nframes, 3);
   }
   // Without time frames, for comparison.
@@ -120,12 +120,13 @@ TYPED_TEST(Allocation, TimeFrameCopiesComeFirstAndAFailureDropsTheTimeShift) {
     Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
     EXPECT_TRUE(cap.seen);
     EXPECT_EQ(cap.s.nframes, 0);
-    EXPECT_EQ(f.calls, failOn + 5);
+    EXPECT_EQ(f.calls, failOn + 2);
     EXPECT_TRUE(rt::sameBytes(out, plain));
   }
-  // A failed block array after the copies: pass-through, and the copies are
+  // A failed record array after the copies: pass-through, and the copies are
   // still freed (the sanitizer build reports any leak).
-  for (int failOn = 4; failOn <= 7; ++failOn) {
+  {
+    const int failOn = 4;  // after the three copies
     World<T> out(20, 16);
     rt::FailingAllocator f;
     f.failOn = failOn;
@@ -138,7 +139,7 @@ TYPED_TEST(Allocation, TimeFrameCopiesComeFirstAndAFailureDropsTheTimeShift) {
   {
     World<T> out(20, 16);
     rt::FailingAllocator f;
-    f.failOn = 8;
+    f.failOn = 5;
     rt::Captured cap;
     Depth<T>::render(&in.def, &out.def, v, 1.0f, failingHooks<T>(&f, &cap));
     EXPECT_TRUE(cap.seen);
@@ -178,13 +179,13 @@ TYPED_TEST(Allocation, BlockOrderedPassWritesTheSamePixels) {
     World<T> rows(w, h), blocks(w, h);
     rows.fillBytes(rng);
     blocks = rows;
-    rt::FailingAllocator none, fifth;
-    fifth.failOn = 5;
+    rt::FailingAllocator none, second;
+    second.failOn = 2;
     rt::Captured c1, c2;
     Depth<T>::render(&in.def, &rows.def, v, 1.0f, failingHooks<T>(&none, &c1));
-    Depth<T>::render(&in.def, &blocks.def, v, 1.0f, failingHooks<T>(&fifth, &c2));
-    EXPECT_EQ(none.calls, 5);
-    EXPECT_EQ(fifth.calls, 5);
+    Depth<T>::render(&in.def, &blocks.def, v, 1.0f, failingHooks<T>(&second, &c2));
+    EXPECT_EQ(none.calls, 2);
+    EXPECT_EQ(second.calls, 2);
     EXPECT_TRUE(rt::sameBytes(rows, blocks)) << "round " << round;
   }
 }

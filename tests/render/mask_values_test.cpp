@@ -311,4 +311,29 @@ TEST(MaskValuesDepth, LargeBlocksSumExactly) {
   }
 }
 
+// Blocks summed a whole block row at a time keep 32-bit lanes per block
+// column, emptied before they could overflow. Rows of the largest channel
+// value over half the block, zero over the other half: a lane that wrapped
+// would move the average off 32767.5 (8-bit: 127.5).
+template <typename T>
+void expectHalfFullBlock(int w, int h, T high) {
+  World<T> in(w, h);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x)
+      for (int c = 0; c < 4; ++c) in.set(x, y, c, y < h / 2 ? high : T(0));
+  for (int channel = 0; channel <= 4; ++channel) {
+    const auto m = maskValues(in, withIntensity<T>(50, channel, w, h));
+    ASSERT_EQ(m.size(), 1u);
+    const unsigned expected = sizeof(T) == 1 ? (channel == 0 ? 127u * 3 * 32768 / 765 : 127u * 32768 / 255) : 32767u;
+    EXPECT_EQ(m[0], expected) << w << "x" << h << " channel " << channel;
+  }
+}
+
+TEST(MaskValuesDepth, WideBlocksOfExtremeValuesSumExactly) {
+  // 8-bit: 1024 four-pixel steps per row, more than a 16-bit lane holds.
+  expectHalfFullBlock<uint8_t>(4096, 8, 255);
+  // 16-bit: a row adds up to 4096 * 65535 to a lane, so 40 rows pass 2^32.
+  expectHalfFullBlock<uint16_t>(4096, 40, 65535);
+}
+
 }  // namespace

@@ -95,6 +95,48 @@ TEST(Random, LongRunsMatchTheFloorDivisionFormulation) {
   }
 }
 
+// Skipping a stream ahead lands on the same state as stepping it, from any
+// seed and for any count, including the first three steps that bring a
+// half into the range where a step is a modular product.
+TEST(Random, SkipEqualsSteppingOneAtATime) {
+  for (int seed : {INT_MIN, -2000000000, -65537, -65536, -32768, -1, 0, 1, 337, 777, 65535, 65536, INT_MAX}) {
+    long long w, z;
+    z_seed(&w, &z, seed);
+    for (unsigned long long steps = 0; steps <= 5000; steps += (steps < 20 ? 1 : 97)) {
+      long long sw, sz;
+      z_seed(&sw, &sz, seed);
+      z_skip(&sw, &sz, steps);
+      long long lw, lz;
+      z_seed(&lw, &lz, seed);
+      for (unsigned long long i = 0; i < steps; ++i) z_random(&lw, &lz);
+      ASSERT_EQ(sw, lw) << "seed " << seed << " steps " << steps;
+      ASSERT_EQ(sz, lz) << "seed " << seed << " steps " << steps;
+    }
+    // A long run, then a skip from the middle of a stream.
+    long long lw = w, lz = z;
+    for (int i = 0; i < 3000000; ++i) z_random(&lw, &lz);
+    z_skip(&w, &z, 1000000);
+    z_skip(&w, &z, 2000000);
+    EXPECT_EQ(w, lw) << "seed " << seed;
+    EXPECT_EQ(z, lz) << "seed " << seed;
+  }
+}
+
+// The halves' fixed points: p = a * 65536 - 1 maps to itself, and so does 0.
+TEST(Random, SkipKeepsTheFixedPoints) {
+  for (long long p : {36969LL * 65536 - 1, 0LL}) {
+    long long w = 0, z = p;
+    z_random(&w, &z);
+    EXPECT_EQ(z, p);
+    long long sw = 0, sz = p;
+    // Past the three leading steps, so that the modular product is used.
+    z_skip(&sw, &sz, 12345);
+    EXPECT_EQ(sz, p);
+    EXPECT_EQ(sw, 0);
+  }
+  EXPECT_EQ(z_skip_half(18000LL * 65536 - 1, 18000, 99), 18000LL * 65536 - 1);
+}
+
 TEST(Random, SameSeedSameSequenceAndStreamsAreIndependent) {
   long long w1, z1, w2, z2, w3, z3;
   z_seed(&w1, &z1, 42);

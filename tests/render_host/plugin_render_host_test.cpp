@@ -118,6 +118,22 @@ TEST_F(PluginRenderTest, MirrorReflectsTimesPastTheLastFrame) {
   EXPECT_EQ(h.layerCheckouts()[3].frame, 5);
 }
 
+TEST_F(PluginRenderTest, OneFrameLayerSamplesItsOnlyFrameInEveryEdgeMode) {
+  thost::Host& h = startInstance();
+  h.setLayerClip(0, thost_test::patternClip(1, 48, 30));
+  for (int mode = 1; mode <= 3; ++mode) {
+    set(h, ID_EDGE_TIME_MODE, mode);
+    ASSERT_EQ(h.preRender(), PF_Err_NONE);
+    EXPECT_EQ(h.inData().total_time, 100);
+    for (const LayerCheckout& c : h.layerCheckouts())
+      if (c.layerIndex == 0) {
+        EXPECT_GE(c.time, 0) << "edge mode " << mode;
+        EXPECT_LT(c.time, 100) << "edge mode " << mode;
+      }
+    ASSERT_EQ(h.smartRender(), PF_Err_NONE);
+  }
+}
+
 TEST_F(PluginRenderTest, SmartRenderEqualsTheRendererOnTheSameWorlds) {
   thost::Host& h = startInstance();
   h.inData().current_time = 400;
@@ -244,16 +260,17 @@ class PluginRenderHostTest : public ::testing::Test {
     return r;
   }
 
-  // Eight different frames, rendered one after the other and then on eight
-  // threads at once from the same set-up host.
+  // Eight different frames rendered on eight threads at once from the same
+  // set-up host, then one after the other. The concurrent ones come first, so
+  // that the effect's first renders after setup are concurrent too.
   void expectConcurrentEqualsSerial(RenderHost& host, Depth depth, int notices) {
     constexpr int kFrames = 8;
     std::vector<RenderResult> serial, concurrent(kFrames);
-    for (int k = 0; k < kFrames; ++k) serial.push_back(host.render(request(k + 1, depth)));
     std::vector<std::thread> threads;
     for (int k = 0; k < kFrames; ++k)
       threads.emplace_back([&, k] { concurrent[k] = host.render(request(k + 1, depth)); });
     for (std::thread& t : threads) t.join();
+    for (int k = 0; k < kFrames; ++k) serial.push_back(host.render(request(k + 1, depth)));
     for (int k = 0; k < kFrames; ++k) {
       SCOPED_TRACE("frame " + std::to_string(k + 1));
       ASSERT_EQ(serial[k].err, PF_Err_NONE);

@@ -78,7 +78,8 @@ struct ApiVersion {
 //   strcpy              the source text
 //   atan, cos, ... (ansi maths)  the argument(s) as %g
 //   add_param           "<id>"  (uu.id of the definition)
-//   checkout_param      "<index>,<time>,<time step>,<time scale>"
+//   checkout_param      "<index>,<time>,<time step>,<time scale>"  (a layer parameter comes
+//                       with its clip's frame at that time in u.ld, data null without a clip)
 //   checkin_param       "<index>" of the checked-out definition ("?" if unknown)
 //   checkout_layer      "<index>,<checkout id>,<time>,<time step>,<time scale>"  (PF_PreRenderCallbacks)
 //   GuidMixInPtr        "<bytes>"
@@ -303,6 +304,9 @@ class Host {
   void setLayerClip(PF_ParamIndex index, std::shared_ptr<const Clip> clip);
   void setMaskClip(std::shared_ptr<const Clip> clip);  // maskParamIndex(); throws without one
   PF_ParamIndex maskParamIndex() const;  // first layer parameter after index 0; -1 if none
+  // Worlds are lent in this depth. Premiere Pro's GetPixelFormat answers the
+  // ARGB_4444 format of the depth (as announced, or that code when the effect
+  // announced none for it).
   void setRenderDepth(Depth depth);
   void setGuardWorlds(bool on);  // default on
   // Premiere Pro: the format GetPixelFormat answers for the output world

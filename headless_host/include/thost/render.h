@@ -91,6 +91,8 @@ struct RenderRequest {
   ControlValues controls;
   std::shared_ptr<const Clip> layer;  // the effect's own layer (required)
   std::shared_ptr<const Clip> mask;   // "Mask Source"; null: none
+  // Frames are lent as the clips serve them: the host scales nothing for a
+  // downsample, it only tells the effect through in_data.
   TimeBase time;
   // Where the output goes: null lets the host make it the size and origin of
   // the layer's frame k. A caller-provided image must match that size and depth.
@@ -109,9 +111,11 @@ struct RenderResult {
 
 // Load, register, global setup, parameter setup and sequence setup once; then
 // render any frame from any thread. After Effects renders with
-// PF_Cmd_SMART_PRE_RENDER and PF_Cmd_SMART_RENDER, Premiere Pro with
-// PF_Cmd_RENDER (in a pixel format the effect announced; others throw
-// std::invalid_argument). Every render has command records of its own: in_data,
+// PF_Cmd_SMART_PRE_RENDER and PF_Cmd_SMART_RENDER (PF_Cmd_RENDER for an effect
+// without PF_OutFlag2_SUPPORTS_SMART_RENDER), Premiere Pro with PF_Cmd_RENDER
+// (in a pixel format the effect announced; others throw std::invalid_argument).
+// A frame that starts while others render is a contract break unless the
+// effect declared PF_OutFlag2_SUPPORTS_THREADED_RENDERING. Every render has command records of its own: in_data,
 // out_data, extras, effect_ref, call log, suite balance, worlds; the handle
 // store is shared and locked. finalBreaks() (or destruction) sends sequence
 // setdown and global setdown and returns the breaks of the set-up host, its

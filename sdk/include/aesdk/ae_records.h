@@ -184,7 +184,7 @@ typedef struct PF_UserChangedParamExtra {
   PF_ParamIndex param_index;
 } PF_UserChangedParamExtra;
 
-typedef struct PF_CustomUIInfo {
+typedef struct _PF_CustomUIInfo {
   A_long reserved;
   PF_CustomEventFlags events;
   A_long comp_ui_width;
@@ -215,7 +215,7 @@ typedef struct PF_InteractCallbacks {
   PF_Err (*add_param)(PF_ProgPtr effect_ref, PF_ParamIndex index, PF_ParamDefPtr def);
   PF_Err (*abort)(PF_ProgPtr effect_ref);
   PF_Err (*progress)(PF_ProgPtr effect_ref, A_long current, A_long total);
-  PF_Err (*register_ui)(PF_ProgPtr effect_ref, PF_CustomUIInfo* cust_info);
+  PF_Err (*register_ui)(PF_ProgPtr effect_ref, struct _PF_CustomUIInfo* cust_info);
   PF_Err (*checkout_layer_audio)(PF_ProgPtr effect_ref, PF_ParamIndex index, A_long start_time,
                                  A_long duration, A_u_long time_scale, PF_UFixed rate,
                                  A_long bytes_per_sample, A_long num_channels, A_long fmt_signed,

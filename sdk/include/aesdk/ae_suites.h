@@ -201,14 +201,18 @@ typedef struct DRAWBOT_PathSuite1 {
 } DRAWBOT_PathSuite1;
 typedef DRAWBOT_PathSuite1 DRAWBOT_PathSuiteCurrent;
 
+// Pen and image suites: the effect never calls them, so only their names are declared.
+typedef struct DRAWBOT_PenSuite1 DRAWBOT_PenSuite1;
+typedef struct DRAWBOT_ImageSuite1 DRAWBOT_ImageSuite1;
+
 // The suite set filled by the Drawbot acquisition helper; only the first four are used.
 typedef struct DRAWBOT_Suites {
   DRAWBOT_DrawbotSuite1* drawbot_suiteP;
   DRAWBOT_SupplierSuite1* supplier_suiteP;
   DRAWBOT_SurfaceSuite2* surface_suiteP;
   DRAWBOT_PathSuite1* path_suiteP;
-  void* pen_suiteP;
-  void* image_suiteP;
+  DRAWBOT_PenSuite1* pen_suiteP;
+  DRAWBOT_ImageSuite1* image_suiteP;
 } DRAWBOT_Suites;
 
 // "PF Param Utils Suite" version 3.

@@ -82,12 +82,13 @@ typedef A_short PF_SoundFormat;
 typedef A_short PF_SoundSampleSize;
 typedef unsigned int PF_TimeDisplay;
 
-typedef struct PF_LayerAudioOpaque* PF_LayerAudio;
+typedef struct _PF_LayerAudio* PF_LayerAudio;
 typedef struct PF_ContextRefconOpaque* PF_ContextRefcon;
 typedef struct PF_AsyncManagerOpaque* PF_AsyncManagerP;
 typedef struct PF_PluginData* PF_PluginDataPtr;
 typedef void* PF_SndSamplePtr;
-typedef struct PF_CallbackFuncOpaque* PF_CallbackFunc;
+// The host hands back an untyped address; callers cast it to the function type they asked for.
+typedef struct PF_YouMustCastThisToActualFunctionType* PF_CallbackFunc;
 typedef void (*PF_DeletePreRenderDataFunc)(void*);
 typedef PF_Fixed PF_HLS_Pixel[3];
 typedef PF_Fixed PF_RGB_Pixel[3];
@@ -101,7 +102,6 @@ typedef int PrTimelineID;
 typedef int PrClipID;
 typedef int64_t PrTime;
 typedef uint32_t csSDK_uint32;
-typedef int PrPixelFormat;
 
 typedef struct PrSDKString {
   int64_t opaque[2];
@@ -134,6 +134,9 @@ enum {
   PF_HALF_CHAN16 = 16384,
   PF_CHANNEL_NAME_LEN = 63
 };
+// The same pair under the names the resource description reads.
+#define PF_PLUG_IN_VERSION 13
+#define PF_PLUG_IN_SUBVERS 28
 #define PF_CONTEXT_MAGIC 0x05EA771EU
 
 enum {
@@ -456,17 +459,21 @@ enum {
 #define PF_PixelFormat_PALDV25 ((PF_PixelFormat)0x32707664)
 #define PF_PixelFormat_INVALID ((PF_PixelFormat)0x66646162)
 
-// Premiere pixel formats. The three ARGB_4444 codes are the ones this effect
+// Premiere pixel formats, an enumeration as in the host's own headers (four bytes:
+// every code fits in an int). The three ARGB_4444 codes are the ones this effect
 // announces; they share the A, R, G, B channel order of the After Effects worlds.
-#define PrPixelFormat_BGRA_4444_8u ((PrPixelFormat)0x61726762)
-#define PrPixelFormat_BGRA_4444_16u ((PrPixelFormat)0x61726742)
-#define PrPixelFormat_BGRA_4444_32f ((PrPixelFormat)0x61724742)
-#define PrPixelFormat_ARGB_4444_8u ((PrPixelFormat)0x62677261)
-#define PrPixelFormat_ARGB_4444_16u ((PrPixelFormat)0x62677241)
-#define PrPixelFormat_ARGB_4444_32f ((PrPixelFormat)0x62675241)
-#define PrPixelFormat_VUYA_4444_8u ((PrPixelFormat)0x61797576)
-#define PrPixelFormat_Invalid ((PrPixelFormat)0x66646162)
-#define PrPixelFormat_Any ((PrPixelFormat)0)
+enum PrPixelFormat {
+  PrPixelFormat_BGRA_4444_8u = 0x61726762,
+  PrPixelFormat_BGRA_4444_16u = 0x61726742,
+  PrPixelFormat_BGRA_4444_32f = 0x61724742,
+  PrPixelFormat_ARGB_4444_8u = 0x62677261,
+  PrPixelFormat_ARGB_4444_16u = 0x62677241,
+  PrPixelFormat_ARGB_4444_32f = 0x62675241,
+  PrPixelFormat_VUYA_4444_8u = 0x61797576,
+  PrPixelFormat_Invalid = 0x66646162,
+  PrPixelFormat_Any = 0
+};
+typedef enum PrPixelFormat PrPixelFormat;
 
 // Plug-in kind and host application codes.
 #define PF_Kind_EFFECT ((A_long)0x65464B54) /* 'eFKT' */

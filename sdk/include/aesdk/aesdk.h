@@ -11,7 +11,8 @@
 #include "AE_EffectSuites.h"
 #include "AE_EffectUI.h"
 #include "AE_Macros.h"
-#include "DrawbotSuite.h"
+// The SDK keeps the Drawbot header one folder down, as its own helpers include it.
+#include "adobesdk/DrawbotSuite.h"
 #include "PrSDKAESupport.h"
 #include "SPBasic.h"
 #include "entry.h"
