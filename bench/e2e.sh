@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# End-to-end benchmark of `tesselux render` against the ffmpeg tool on the same
+# generated 1920x1080, 30 fps, 10-second H.264 input:
+#   (a) tesselux render to H.264 CRF 18       vs (b) ffmpeg transcode, no filter
+#   (c) tesselux render to null: (no encode)  vs (d) ffmpeg decode only (-f null)
+# Prints frames per second of each and the ratios a/b and c/d.
+#
+# usage: bench/e2e.sh [BUILD_DIR] (default build/); REPEAT=n runs each n times
+# and keeps the fastest; WORK=dir keeps the files there (default: a temp dir).
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-$here/build}
+tesselux=$build/bin/tesselux
+repeat=${REPEAT:-1}
+[ -x "$tesselux" ] || { echo "e2e: $tesselux not built (scripts/build build)" >&2; exit 1; }
+work=${WORK:-$(mktemp -d)}
+mkdir -p "$work"
+[ -n "${WORK:-}" ] || trap 'rm -rf "$work"' EXIT
+
+input=$work/input_1080p30_10s.mp4
+if [ ! -f "$input" ]; then
+  ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=30 -t 10 \
+    -c:v libx264 -crf 18 -pix_fmt yuv420p "$input"
+fi
+frames=$(ffprobe -v error -select_streams v:0 -count_packets -show_entries stream=nb_read_packets \
+  -of csv=p=0 "$input")
+
+# Seconds of the fastest of $repeat runs of the command.
+best() {
+  local bestt=""
+  for _ in $(seq "$repeat"); do
+    local t0 t1 t
+    t0=$(date +%s.%N)
+    "$@" >/dev/null 2>&1
+    t1=$(date +%s.%N)
+    t=$(awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f", b - a }')
+    if [ -z "$bestt" ] || awk -v t="$t" -v b="$bestt" 'BEGIN { exit !(t < b) }'; then bestt=$t; fi
+  done
+  echo "$bestt"
+}
+
+ta=$(best "$tesselux" render "$input" -o "$work/a.mp4" --quiet)
+tb=$(best ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4")
+tc=$(best "$tesselux" render "$input" -o null: --quiet)
+td=$(best ffmpeg -v error -y -i "$input" -f null -)
+
+fps() { awk -v n="$frames" -v t="$1" 'BEGIN { printf "%.2f", n / t }'; }
+fa=$(fps "$ta"); fb=$(fps "$tb"); fc=$(fps "$tc"); fd=$(fps "$td")
+echo "input: $frames frames, 1920x1080, 30 fps, H.264; $(nproc) cores; best of $repeat"
+printf '(a) tesselux render -> H.264 CRF 18   %8s fps\n' "$fa"
+printf '(b) ffmpeg transcode, no filter       %8s fps\n' "$fb"
+printf '(c) tesselux render -> null:          %8s fps\n' "$fc"
+printf '(d) ffmpeg decode only (-f null)      %8s fps\n' "$fd"
+awk -v a="$fa" -v b="$fb" -v c="$fc" -v d="$fd" \
+  'BEGIN { printf "a/b %.2fx (target 0.90x)   c/d %.2fx (target 0.80x)\n", a / b, c / d }'
