@@ -166,11 +166,14 @@ void Host::Impl::beforeCommand(PF_Cmd cmd, void* extra) {
   in.sequence_data = sequence;
   in.num_params = numParams > 0 ? numParams : static_cast<A_long>(live.size());
   std::memset(&out, 0, sizeof out);
+  out.sequence_data = outSequencePreset;
   rebuildParamPointers();
 }
 
 void Host::Impl::takeSequenceData(PF_Cmd cmd) {
   PF_Handle returned = out.sequence_data;
+  if (outSequencePreset && returned == outSequencePreset) returned = nullptr;  // left alone
+  outSequencePreset = nullptr;
   switch (cmd) {
     case PF_Cmd_SEQUENCE_SETUP:
     case PF_Cmd_SEQUENCE_RESETUP:
@@ -422,6 +425,8 @@ void Host::setSequenceData(PF_Handle h) {
 }
 
 const std::vector<char>& Host::flattenedSequenceData() const { return impl_->flattened; }
+
+void Host::presetOutSequenceData(PF_Handle sentinel) { impl_->outSequencePreset = sentinel; }
 
 const std::vector<AddedParam>& Host::addedParams() const { return impl_->added; }
 std::vector<PF_CustomUIInfo> Host::registeredUI() const { return impl_->ui; }

@@ -173,6 +173,8 @@ struct Host::Impl {
   // kept readable until the next command starts, then disposed.
   PF_Handle flatCopy = nullptr;
   std::vector<char> flattened;
+  // out_data->sequence_data for the next command (presetOutSequenceData).
+  PF_Handle outSequencePreset = nullptr;
   A_long numParams = 0;
   Registration registration;
 

@@ -162,6 +162,22 @@ TEST_F(PluginTest, FlattenOfABlockWithANullMasterPointerSucceedsAndHandsNothingB
   EXPECT_EQ(h.outData().sequence_data, nullptr);
 }
 
+TEST_F(PluginTest, FlattenOfABlockWithANullMasterPointerLeavesOutDataUntouched) {
+  // The host zero-fills out_data; a sentinel shows whether the field was written.
+  thost::Host& h = setUpEffect();
+  PF_Handle empty = h.newEmptyHandle();
+  PF_Handle sentinel = h.newHandle(1);
+  h.setSequenceData(empty);
+  h.presetOutSequenceData(sentinel);
+  EXPECT_EQ(h.sequenceFlatten(), PF_Err_NONE);
+  EXPECT_EQ(h.outData().sequence_data, sentinel);
+  EXPECT_EQ(h.sequenceData(), empty);
+  h.presetOutSequenceData(sentinel);
+  EXPECT_EQ(h.getFlattenedSequenceData(), PF_Err_NONE);
+  EXPECT_EQ(h.outData().sequence_data, sentinel);
+  EXPECT_EQ(h.sequenceData(), empty);
+}
+
 TEST_F(PluginTest, FlattenCopiesTheBlockIntoANewHandleAndDisposesTheOld) {
   thost::Host& h = setUpEffect();
   ASSERT_EQ(h.sequenceSetup(), PF_Err_NONE);

@@ -276,6 +276,20 @@ TEST_F(FakeHost, FlattenOfAnEmptyHandleLeavesTheInstanceAlone) {
   EXPECT_TRUE(breaks().empty());
 }
 
+TEST_F(FakeHost, APresetOutSequenceDataLeftAloneIsNotTakenAndLastsOneCommand) {
+  startUp();
+  PF_Handle empty = host.newEmptyHandle();
+  PF_Handle sentinel = host.newHandle(1);
+  host.setSequenceData(empty);
+  host.presetOutSequenceData(sentinel);
+  ASSERT_EQ(host.sequenceFlatten(), PF_Err_NONE);
+  EXPECT_EQ(host.outData().sequence_data, sentinel);
+  EXPECT_EQ(host.sequenceData(), empty);
+  ASSERT_EQ(host.sequenceFlatten(), PF_Err_NONE);
+  EXPECT_EQ(host.outData().sequence_data, nullptr);
+  EXPECT_TRUE(breaks().empty());
+}
+
 TEST_F(FakeHost, SetSequenceDataTakesOnlyLiveHandles) {
   PF_Handle h = host.newHandle(4);
   host.setSequenceData(h);

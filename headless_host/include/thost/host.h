@@ -207,6 +207,10 @@ class Host {
   // returned (empty if none was). That handle is the host's: it stays live,
   // in outData().sequence_data, until the next command starts or finish().
   const std::vector<char>& flattenedSequenceData() const;
+  // For the next command only: out_data->sequence_data starts as `sentinel`
+  // instead of null, so a test can see whether the effect wrote the field.
+  // Left as it was, the field is not taken as a handle handed back.
+  void presetOutSequenceData(PF_Handle sentinel);
 
   // Parameters: what add_param received, and the host's live parameter array
   // (index 0 is the input layer) that UI commands pass to the effect.
