@@ -91,7 +91,11 @@ PF_Err copySequenceBlock(PF_InData* in_data, PF_OutData* out_data, bool replace)
   PF_Handle flat = handles->host_new_handle(SEQUENCE_BLOCK_SIZE);
   if (!flat) return PF_Err_INTERNAL_STRUCT_DAMAGED;
   void* dst = handles->host_lock_handle(flat);
-  if (!dst) return PF_Err_NONE;
+  if (!dst) {
+    // Nothing to hand over; the block stays as it is and the copy must not leak.
+    handles->host_dispose_handle(flat);
+    return PF_Err_NONE;
+  }
   std::memcpy(dst, *in_data->sequence_data, SEQUENCE_BLOCK_SIZE);
   if (replace) handles->host_dispose_handle(in_data->sequence_data);
   out_data->sequence_data = flat;

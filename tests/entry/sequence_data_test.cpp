@@ -214,6 +214,31 @@ TEST_F(PluginTest, FlattenWithoutMemoryIs512) {
   EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
 }
 
+TEST_F(PluginTest, FlattenWhoseNewHandleCannotBeLockedDisposesItAndKeepsTheBlock) {
+  thost::Host& h = setUpEffect();
+  ASSERT_EQ(h.sequenceSetup(), PF_Err_NONE);
+  PF_Handle old = h.sequenceData();
+  fill(old, kBlock, 0x29);
+  const size_t live = h.liveHandleCount();
+  for (bool flatten : {true, false}) {
+    SCOPED_TRACE(flatten ? "flatten" : "flattened copy");
+    h.clearCalls();
+    h.failCall("host_lock_handle", 0, 1);
+    EXPECT_EQ(flatten ? h.sequenceFlatten() : h.getFlattenedSequenceData(), PF_Err_NONE);
+    h.clearFailures();
+    EXPECT_EQ(h.outData().sequence_data, nullptr);
+    EXPECT_EQ(h.sequenceData(), old);
+    EXPECT_TRUE(sameBytes(old, kBlock, 0x29));
+    ASSERT_EQ(h.callsTo("host_new_handle").size(), 1u);
+    ASSERT_EQ(h.callsTo("host_dispose_handle").size(), 1u);
+    EXPECT_NE(h.callsTo("host_dispose_handle")[0].args, "#" + std::to_string(h.handleId(old)));
+    EXPECT_TRUE(h.callsTo("host_unlock_handle").empty());
+    EXPECT_EQ(h.liveHandleCount(), live);
+    EXPECT_TRUE(h.contractBreaks().empty()) << joined(h.contractBreaks());
+  }
+  EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
+}
+
 TEST_F(PluginTest, FlattenWithoutTheHandleSuiteIs516WithoutAMessage) {
   thost::Host& h = setUpEffect();
   ASSERT_EQ(h.sequenceSetup(), PF_Err_NONE);
