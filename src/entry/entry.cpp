@@ -96,7 +96,11 @@ PF_Err copySequenceBlock(PF_InData* in_data, PF_OutData* out_data, bool replace)
     handles->host_dispose_handle(flat);
     return PF_Err_NONE;
   }
-  std::memcpy(dst, *in_data->sequence_data, SEQUENCE_BLOCK_SIZE);
+  // A block kept from another version may be shorter: copy what it holds.
+  A_u_longlong held = handles->host_get_handle_size(in_data->sequence_data);
+  if (held > SEQUENCE_BLOCK_SIZE) held = SEQUENCE_BLOCK_SIZE;
+  std::memcpy(dst, *in_data->sequence_data, static_cast<size_t>(held));
+  std::memset(static_cast<char*>(dst) + held, 0, static_cast<size_t>(SEQUENCE_BLOCK_SIZE - held));
   if (replace) handles->host_dispose_handle(in_data->sequence_data);
   out_data->sequence_data = flat;
   handles->host_unlock_handle(flat);

@@ -197,8 +197,43 @@ TEST_F(PluginTest, FlattenCopiesTheBlockIntoANewHandleAndDisposesTheOld) {
   EXPECT_EQ(h.releaseCount("PF Handle Suite", 2), 1);
   EXPECT_EQ(fnNames(h.calls()),
             (std::vector<std::string>{"AcquireSuite", "host_new_handle", "host_lock_handle",
-                                      "host_dispose_handle", "host_unlock_handle",
-                                      "ReleaseSuite"}));
+                                      "host_get_handle_size", "host_dispose_handle",
+                                      "host_unlock_handle", "ReleaseSuite"}));
+  EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
+}
+
+TEST_F(PluginTest, FlattenOfAShorterBlockKeptByResetupCopiesWhatItHoldsAndZerosTheRest) {
+  // A project saved by another version: resetup keeps its block as it is.
+  for (bool flatten : {true, false}) {
+    SCOPED_TRACE(flatten ? "flatten" : "flattened copy");
+    thost::Host& h = setUpEffect();
+    PF_Handle old = h.newHandle(100);
+    fill(old, 100, 0x5B);
+    h.setSequenceData(old);
+    ASSERT_EQ(h.sequenceResetup(), PF_Err_NONE);
+    ASSERT_EQ(h.handleSize(old), 100u);
+    ASSERT_EQ(flatten ? h.sequenceFlatten() : h.getFlattenedSequenceData(), PF_Err_NONE);
+    PF_Handle flat = h.outData().sequence_data;
+    ASSERT_NE(flat, nullptr);
+    ASSERT_EQ(h.handleSize(flat), kBlock);
+    EXPECT_TRUE(sameBytes(flat, 100, 0x5B));
+    for (A_u_longlong i = 100; i < kBlock; ++i) ASSERT_EQ((*flat)[i], 0) << "byte " << i;
+    EXPECT_EQ(h.sequenceData(), flatten ? flat : old);
+    EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
+  }
+}
+
+TEST_F(PluginTest, FlattenOfALongerBlockKeptByResetupCopiesItsFirst3240Bytes) {
+  thost::Host& h = setUpEffect();
+  PF_Handle old = h.newHandle(5000);
+  fill(old, 5000, 0x6C);
+  h.setSequenceData(old);
+  ASSERT_EQ(h.sequenceResetup(), PF_Err_NONE);
+  ASSERT_EQ(h.sequenceFlatten(), PF_Err_NONE);
+  PF_Handle flat = h.outData().sequence_data;
+  ASSERT_NE(flat, nullptr);
+  ASSERT_EQ(h.handleSize(flat), kBlock);
+  EXPECT_TRUE(sameBytes(flat, kBlock, 0x6C));
   EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
 }
 
