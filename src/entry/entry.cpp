@@ -64,20 +64,25 @@ namespace {
 // The `when` of the last single click on the header; all ones means none pending.
 A_u_long gLastHeaderClick = 0xFFFFFFFFu;
 
+PF_Err noSequenceBlock(PF_InData* in_data, PF_OutData* out_data) {
+  in_data->utils->ansi.strcpy(out_data->return_msg, "Internal Error");
+  out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;
+  return PF_Err_INTERNAL_STRUCT_DAMAGED;
+}
+
 PF_Err newSequenceBlock(PF_InData* in_data, PF_OutData* out_data) {
   PF_Handle h = in_data->utils->host_new_handle(SEQUENCE_BLOCK_SIZE);
-  if (!h) {
-    in_data->utils->ansi.strcpy(out_data->return_msg, "Internal Error");
-    out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;
-    return PF_Err_INTERNAL_STRUCT_DAMAGED;
+  if (!h) return noSequenceBlock(in_data, out_data);
+  void* block = in_data->utils->host_lock_handle(h);
+  if (!block) {
+    // A block that cannot be cleared is as good as none.
+    in_data->utils->host_dispose_handle(h);
+    return noSequenceBlock(in_data, out_data);
   }
+  std::memset(block, 0, SEQUENCE_BLOCK_SIZE);
+  in_data->utils->host_unlock_handle(h);
   out_data->sequence_data = h;
   out_data->flat_sdata_size = SEQUENCE_BLOCK_SIZE;
-  void* block = in_data->utils->host_lock_handle(h);
-  if (block) {
-    std::memset(block, 0, SEQUENCE_BLOCK_SIZE);
-  }
-  in_data->utils->host_unlock_handle(h);
   return PF_Err_NONE;
 }
 

@@ -79,6 +79,24 @@ TEST_F(PluginTest, SetupWithoutMemoryReportsInternalError512) {
   EXPECT_EQ(h.callsTo("strcpy").size(), 1u);
 }
 
+TEST_F(PluginTest, SetupWhoseNewHandleCannotBeLockedIsAFailedAllocation) {
+  for (bool resetup : {false, true}) {
+    SCOPED_TRACE(resetup ? "resetup" : "setup");
+    thost::Host& h = setUpEffect();
+    const size_t live = h.liveHandleCount();
+    h.clearCalls();
+    h.failCall("host_lock_handle", 0, 1);
+    EXPECT_EQ(resetup ? h.sequenceResetup() : h.sequenceSetup(), PF_Err_INTERNAL_STRUCT_DAMAGED);
+    EXPECT_EQ(h.returnMessage(), "Internal Error");
+    EXPECT_TRUE(h.outData().out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE);
+    EXPECT_EQ(h.outData().sequence_data, nullptr);
+    EXPECT_EQ(h.sequenceData(), nullptr);
+    EXPECT_EQ(h.callsTo("host_dispose_handle").size(), 1u);
+    EXPECT_TRUE(h.callsTo("host_unlock_handle").empty());
+    EXPECT_EQ(h.liveHandleCount(), live);
+  }
+}
+
 TEST_F(PluginTest, ResetupKeepsAnExistingBlockUntouched) {
   thost::Host& h = setUpEffect();
   PF_Handle old = h.newHandle(77);
