@@ -340,7 +340,10 @@ A_Err Host::registerPlugin() {
 
 const Registration& Host::registration() const { return impl_->registration; }
 
-PF_Err Host::send(PF_Cmd cmd, void* extra) {
+PF_Err Host::send(PF_Cmd cmd, void* extra) { return sendTo(impl_->module.effectMain(), cmd, extra); }
+
+PF_Err Host::sendTo(PF_FilterProc entry, PF_Cmd cmd, void* extra) {
+  if (!entry) throw std::invalid_argument("sendTo: no entry function");
   Impl& d = *impl_;
   d.beforeCommand(cmd, extra);
   const bool smart = cmd == PF_Cmd_SMART_PRE_RENDER || cmd == PF_Cmd_SMART_RENDER;
@@ -348,7 +351,7 @@ PF_Err Host::send(PF_Cmd cmd, void* extra) {
   PF_Err err = PF_Err_NONE;
   try {
     CurrentHost::Scope scope(&d);
-    err = d.module.effectMain()(cmd, &d.in, &d.out, params, nullptr, extra);
+    err = entry(cmd, &d.in, &d.out, params, nullptr, extra);
   } catch (...) {
     d.afterCommand(cmd, extra, PF_Err_NONE, true);
     throw;

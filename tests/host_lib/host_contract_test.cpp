@@ -1,5 +1,6 @@
 // Suites, handles, sequence data, messages and failure injection: what the
 // host records and which contract breaks it reports, line for line.
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -95,6 +96,29 @@ TEST_F(FakeHost, ReleasingASuiteNotHeldIsCountedButNotABreak) {
   EXPECT_EQ(host.releaseCount("PF Handle Suite", 2), 1);
   EXPECT_EQ(host.acquireCount("PF Handle Suite", 2), 0);
   EXPECT_TRUE(breaks().empty());
+}
+
+namespace {
+// Effect code linked into the test: keeps a suite past the end of the command.
+PF_Err keepHandleSuite(PF_Cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*,
+                       void*) {
+  const void* suite = nullptr;
+  in->pica_basicP->AcquireSuite(kPFHandleSuite, 2, &suite);
+  std::snprintf(out->return_msg, sizeof out->return_msg, "%s", suite ? "held" : "none");
+  return PF_Err_INTERNAL_STRUCT_DAMAGED;
+}
+}  // namespace
+
+TEST_F(FakeHost, SendToRunsLinkedCodeWithTheHostsRecordsAndChecks) {
+  EXPECT_EQ(host.sendTo(keepHandleSuite, PF_Cmd_COMPLETELY_GENERAL),
+            PF_Err_INTERNAL_STRUCT_DAMAGED);
+  EXPECT_EQ(host.returnMessage(), "held");
+  EXPECT_EQ(host.calls(), (std::vector<HostCall>{{"AcquireSuite", "PF Handle Suite,2"}}));
+  EXPECT_EQ(breaks(), (Breaks{kGeneral +
+                              "suite \"PF Handle Suite\" version 2 still acquired at the end of the "
+                              "command (1 acquisition not released)"}));
+  host.clearContractBreaks();
+  EXPECT_THROW(host.sendTo(nullptr, PF_Cmd_ABOUT), std::invalid_argument);
 }
 
 TEST_F(FakeHost, ReleasingAnUnknownSuiteIsABreak) {

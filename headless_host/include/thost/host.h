@@ -172,6 +172,10 @@ class Host {
   // parameter array is passed to every command except the SmartFX ones (null
   // there); `output` is null.
   PF_Err send(PF_Cmd cmd, void* extra = nullptr);
+  // The same, but the command goes to `entry` instead of the module's
+  // EffectMain: a test runs a piece of effect code linked into itself with the
+  // host's records, inside the host's scope and under the same checks.
+  PF_Err sendTo(PF_FilterProc entry, PF_Cmd cmd, void* extra = nullptr);
   PF_Err about();
   PF_Err globalSetup();
   PF_Err globalSetdown();
