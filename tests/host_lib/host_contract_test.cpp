@@ -91,11 +91,14 @@ TEST_F(FakeHost, SuiteKeptPastTheCommandIsReportedOnce) {
   host.clearContractBreaks();
 }
 
-TEST_F(FakeHost, ReleasingASuiteNotHeldIsCountedButNotABreak) {
+TEST_F(FakeHost, ReleasingASuiteNotHeldIsCountedAndABreak) {
   ASSERT_EQ(scenario("release_unheld"), PF_Err_NONE);
   EXPECT_EQ(host.releaseCount("PF Handle Suite", 2), 1);
   EXPECT_EQ(host.acquireCount("PF Handle Suite", 2), 0);
-  EXPECT_TRUE(breaks().empty());
+  EXPECT_EQ(breaks(), (Breaks{kGeneral +
+                              "ReleaseSuite of \"PF Handle Suite\" version 2, which the effect "
+                              "does not hold"}));
+  host.clearContractBreaks();
 }
 
 namespace {
