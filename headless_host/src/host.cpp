@@ -497,6 +497,7 @@ void Host::failCall(const std::string& fn, PF_Err err, int nth) {
   impl_->log.failCall(fn == "PluginDataCB" ? "PF_PluginDataCB" : fn, err, nth);
 }
 void Host::clearFailures() { impl_->log.clearFailures(); }
+int Host::failuresFired() const { return impl_->log.fired(); }
 
 const std::vector<HostCall>& Host::calls() const { return impl_->log.calls(); }
 

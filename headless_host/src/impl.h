@@ -23,7 +23,11 @@ class CallLog {
   // Counts one call of `fn` and tells whether it must fail, and with what.
   std::optional<PF_Err> failure(const std::string& fn);
   void failCall(const std::string& fn, PF_Err err, int nth);
-  void clearFailures() { failures_.clear(); }
+  void clearFailures() {
+    failures_.clear();
+    fired_ = 0;
+  }
+  int fired() const { return fired_; }
   const std::vector<HostCall>& calls() const { return calls_; }
   void clear() { calls_.clear(); }
 
@@ -35,6 +39,7 @@ class CallLog {
   };
   std::vector<HostCall> calls_;
   std::map<std::string, Failure> failures_;
+  int fired_ = 0;  // injected failures that happened since clearFailures
 };
 
 // The host's memory handles. A PF_Handle is the address of a block's master

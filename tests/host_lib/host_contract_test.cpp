@@ -72,12 +72,16 @@ TEST_F(FakeHost, AcquireSuiteCanBeMadeToFail) {
   host.failCall("AcquireSuite", kSPSuiteNotFoundError, 2);
   ASSERT_EQ(scenario("all_suites"), PF_Err_NONE);
   EXPECT_EQ(host.returnMessage(), "+-++++++");
+  EXPECT_EQ(host.failuresFired(), 1);
   host.failCall("AcquireSuite", kSPSuiteNotFoundError);
   ASSERT_EQ(scenario("all_suites"), PF_Err_NONE);
   EXPECT_EQ(host.returnMessage(), "--------");
+  EXPECT_EQ(host.failuresFired(), 9);
   host.clearFailures();
+  EXPECT_EQ(host.failuresFired(), 0);
   ASSERT_EQ(scenario("all_suites"), PF_Err_NONE);
   EXPECT_EQ(host.returnMessage(), "++++++++");
+  EXPECT_EQ(host.failuresFired(), 0);
   EXPECT_TRUE(breaks().empty());
 }
 

@@ -263,6 +263,8 @@ class Host {
   // registration callback is "PF_PluginDataCB" ("PluginDataCB" is accepted too).
   void failCall(const std::string& fn, PF_Err err, int nth = 0);
   void clearFailures();
+  // How many injected failures have happened since the last clearFailures().
+  int failuresFired() const;
 
   // Recording.
   const std::vector<HostCall>& calls() const;
