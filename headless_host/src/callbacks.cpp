@@ -241,6 +241,10 @@ PF_Err cbCheckoutParam(PF_ProgPtr ref, PF_ParamIndex index, A_long time, A_long 
   if (fail) return *fail;
   if (!h->validIndex(index)) return PF_Err_INVALID_INDEX;
   *def = h->live[static_cast<size_t>(index)];
+  if (def->param_type == PF_Param_LAYER) {
+    // A layer comes with its frame at that time, lent like any layer world.
+    if (PF_Err err = h->lendLayerParam(index, time, step, scale, *def)) return err;
+  }
   h->checkouts.emplace_back(def, index);
   return PF_Err_NONE;
 }
@@ -472,12 +476,13 @@ PF_Handle newHandle(A_u_longlong size, const char* via) {
   Impl* h = Impl::current("host_new_handle");
   if (!h) return nullptr;
   if (h->enter("host_new_handle", std::to_string(size), via)) return nullptr;
-  return h->handles.create(size, false);
+  return h->handles.create(size, false, h, h->commandSerial);
 }
 
 void* lock(PF_Handle handle, const char* via) {
   Impl* h = Impl::current("host_lock_handle");
   if (!h) return nullptr;
+  auto storeLock = h->handles.guard();
   auto fail = h->enter("host_lock_handle", handleLabel(*h, handle), via);
   HandleStore::Block* b = h->handles.find(handle);
   if (!b) {
@@ -493,6 +498,7 @@ void* lock(PF_Handle handle, const char* via) {
 void unlock(PF_Handle handle, const char* via) {
   Impl* h = Impl::current("host_unlock_handle");
   if (!h) return;
+  auto storeLock = h->handles.guard();
   auto fail = h->enter("host_unlock_handle", handleLabel(*h, handle), via);
   HandleStore::Block* b = h->handles.find(handle);
   if (!b) {
@@ -512,6 +518,7 @@ void unlock(PF_Handle handle, const char* via) {
 void dispose(PF_Handle handle, const char* via) {
   Impl* h = Impl::current("host_dispose_handle");
   if (!h) return;
+  auto storeLock = h->handles.guard();
   auto fail = h->enter("host_dispose_handle", handleLabel(*h, handle), via);
   if (!h->handles.find(handle)) {
     h->addBreak("host_dispose_handle of a handle that is not live (" + handleLabel(*h, handle) +
@@ -519,12 +526,16 @@ void dispose(PF_Handle handle, const char* via) {
     return;
   }
   if (fail) return;
+  if (handle == h->render.preRenderData)
+    h->addBreak("host_dispose_handle of the pre-render data handle, which the host owns");
   h->handles.dispose(handle);
+  if (handle == h->render.preRenderData) h->render.preRenderData = nullptr;
 }
 
 A_u_longlong size(PF_Handle handle, const char* via) {
   Impl* h = Impl::current("host_get_handle_size");
   if (!h) return 0;
+  auto storeLock = h->handles.guard();
   auto fail = h->enter("host_get_handle_size", handleLabel(*h, handle), via);
   const HandleStore::Block* b = h->handles.find(handle);
   if (!b) {
@@ -539,6 +550,7 @@ A_u_longlong size(PF_Handle handle, const char* via) {
 PF_Err resize(A_u_longlong newSize, PF_Handle* handle, const char* via) {
   Impl* h = Impl::current("host_resize_handle");
   if (!h) return PF_Err_BAD_CALLBACK_PARAM;
+  auto storeLock = h->handles.guard();
   const PF_Handle target = handle ? *handle : nullptr;
   auto fail =
       h->enter("host_resize_handle", std::to_string(newSize) + "," + handleLabel(*h, target), via);

@@ -54,8 +54,12 @@ std::string commandName(PF_Cmd cmd) {
 
 // ---------------------------------------------------------------- Impl
 
-Host::Impl::Impl(const std::string& path, App a, ApiVersion v)
-    : token{kTokenMagic, this}, module(path), app(a) {
+Host::Impl::Impl(std::shared_ptr<PluginModule> m, App a, ApiVersion v)
+    : token{kTokenMagic, this},
+      module(std::move(m)),
+      app(a),
+      handleStore(std::make_shared<HandleStore>()),
+      handles(*handleStore) {
   fillUtilCallbacks(utils);
   fillInteractCallbacks(in.inter);
   fillBasicSuite(basic);
@@ -90,6 +94,37 @@ Host::Impl::Impl(const std::string& path, App a, ApiVersion v)
   surface.width = 320;
   surface.height = 40;
   clearSurface();
+}
+
+Host::Impl::Impl(const Impl& setUp, bool recordCalls)
+    : token{kTokenMagic, this},
+      module(setUp.module),
+      app(setUp.app),
+      renderRecord(true),
+      in(setUp.in),
+      handleStore(setUp.handleStore),
+      handles(*handleStore),
+      sequence(setUp.sequence),
+      numParams(setUp.numParams),
+      suites(setUp.suites.forRender()),
+      added(setUp.added),
+      live(setUp.live),
+      ui(setUp.ui),
+      pixelFormats(setUp.pixelFormats) {
+  fillUtilCallbacks(utils);
+  fillInteractCallbacks(in.inter);
+  fillBasicSuite(basic);
+  in.utils = &utils;
+  in.effect_ref = effectRef();
+  in.pica_basicP = &basic;
+  log.copyFailures(setUp.log);
+  log.setRecording(recordCalls);
+  render.guardWorlds = setUp.render.guardWorlds;
+  ctx.magic = PF_CONTEXT_MAGIC;
+  ctx.w_type = PF_Window_EFFECT;
+  ctx.reserved_drawref = drawRef();
+  rebuildParamPointers();
+  // The popup and label strings of `live` stay those of the set-up host.
 }
 
 Host::Impl::~Impl() {
@@ -155,6 +190,7 @@ void Host::Impl::clearSurface() {
 }
 
 void Host::Impl::beforeCommand(PF_Cmd cmd, void* extra) {
+  ++commandSerial;
   currentCmd = cmd;
   inCommand = true;
   context = commandName(cmd);
@@ -210,6 +246,7 @@ void Host::Impl::takeSequenceData(PF_Cmd cmd) {
     sequence = nullptr;
   }
   if (sequence) {
+    auto storeLock = handles.guard();
     const HandleStore::Block* b = handles.find(sequence);
     if (b->locks > 0)
       addBreak("sequence handle " + handleLabel(*this, sequence) + " left locked (lock count " +
@@ -222,8 +259,19 @@ void Host::Impl::endOfCommandChecks() {
     addBreak("suite \"" + key.first + "\" version " + std::to_string(key.second) +
              " still acquired at the end of the command (" + std::to_string(n) +
              (n == 1 ? " acquisition" : " acquisitions") + " not released)");
-  for (const auto& checkout : checkouts)
-    addBreak("parameter " + std::to_string(checkout.second) + " checked out and not checked in");
+  // Two checkouts are left out by design and only counted: values read
+  // through checkout_param in the SmartFX commands (there is no parameter
+  // array), and the effect's own layer (index 0) in PF_Cmd_RENDER.
+  for (const auto& checkout : checkouts) {
+    const PF_ParamIndex index = checkout.second;
+    const bool layer = validIndex(index) && live[static_cast<size_t>(index)].param_type == PF_Param_LAYER;
+    const bool smart = currentCmd == PF_Cmd_SMART_PRE_RENDER || currentCmd == PF_Cmd_SMART_RENDER;
+    if ((smart && !layer) || (currentCmd == PF_Cmd_RENDER && index == 0))
+      render.notices.push_back(context + ": parameter " + std::to_string(index) +
+                               " checked out and not checked in (tolerated)");
+    else
+      addBreak("parameter " + std::to_string(index) + " checked out and not checked in");
+  }
   checkouts.clear();
   for (const auto& [ref, image] : images)
     addBreak("Drawbot image " + std::to_string(image->width) + "x" + std::to_string(image->height) +
@@ -249,6 +297,18 @@ void Host::Impl::reportLeaks() {
   }
 }
 
+// Render commands keep nothing the effect made: a handle made in one of them
+// and still alive at its end is a leak (the pre-render data was handed over).
+void Host::Impl::reportCommandLeaks() {
+  auto storeLock = handles.guard();
+  for (HandleStore::Block* b : handles.live()) {
+    if (b->maker != this || b->command != commandSerial || b->byHost || b->leakReported) continue;
+    b->leakReported = true;
+    addBreak("handle #" + std::to_string(b->id) + " (" + std::to_string(b->size) +
+             " bytes) made by the effect in this command was never disposed");
+  }
+}
+
 void Host::Impl::afterCommand(PF_Cmd cmd, void* extra, PF_Err err, bool threw) {
   if (cmd == PF_Cmd_PARAMS_SETUP) {
     numParams = out.num_params;
@@ -258,7 +318,11 @@ void Host::Impl::afterCommand(PF_Cmd cmd, void* extra, PF_Err err, bool threw) {
   }
   takeSequenceData(cmd);
   if (cmd == PF_Cmd_EVENT && extra) lastEvent = *static_cast<PF_EventExtra*>(extra);
+  if (cmd == PF_Cmd_SMART_PRE_RENDER) adoptPreRenderData();
+  if (cmd == PF_Cmd_SMART_RENDER || cmd == PF_Cmd_RENDER) afterPixels(cmd);
   endOfCommandChecks();
+  if (cmd == PF_Cmd_SMART_PRE_RENDER || cmd == PF_Cmd_SMART_RENDER || cmd == PF_Cmd_RENDER)
+    reportCommandLeaks();
   if (cmd == PF_Cmd_SEQUENCE_SETDOWN) reportLeaks();
   inCommand = false;
   currentCmd = -1;
@@ -274,7 +338,7 @@ std::string Host::defaultPluginPath() {
 }
 
 Host::Host(const std::string& pluginPath, App app, ApiVersion version)
-    : impl_(std::make_unique<Impl>(pluginPath, app, version)) {}
+    : impl_(std::make_unique<Impl>(std::make_shared<PluginModule>(pluginPath), app, version)) {}
 
 Host::~Host() {
   finish();
@@ -328,7 +392,7 @@ A_Err Host::registerPlugin() {
   A_Err err = A_Err_NONE;
   try {
     CurrentHost::Scope scope(&d);
-    err = d.module.dataEntry()(reinterpret_cast<PF_PluginDataPtr>(&d.token), registrationCallback,
+    err = d.module->dataEntry()(reinterpret_cast<PF_PluginDataPtr>(&d.token), registrationCallback,
                                &d.basic, hostName.c_str(), hostVersion.c_str());
   } catch (...) {
     done();
@@ -340,24 +404,28 @@ A_Err Host::registerPlugin() {
 
 const Registration& Host::registration() const { return impl_->registration; }
 
-PF_Err Host::send(PF_Cmd cmd, void* extra) { return sendTo(impl_->module.effectMain(), cmd, extra); }
+PF_Err Host::Impl::run(PF_Cmd cmd, void* extra, PF_LayerDef* output, PF_FilterProc entry) {
+  if (!entry) entry = module->effectMain();
+  beforeCommand(cmd, extra);
+  const bool smart = cmd == PF_Cmd_SMART_PRE_RENDER || cmd == PF_Cmd_SMART_RENDER;
+  PF_ParamDef** params = smart ? nullptr : livePointers.data();
+  PF_Err err = PF_Err_NONE;
+  try {
+    CurrentHost::Scope scope(this);
+    err = entry(cmd, &in, &out, params, output, extra);
+  } catch (...) {
+    afterCommand(cmd, extra, PF_Err_NONE, true);
+    throw;
+  }
+  afterCommand(cmd, extra, err, false);
+  return err;
+}
+
+PF_Err Host::send(PF_Cmd cmd, void* extra) { return impl_->run(cmd, extra); }
 
 PF_Err Host::sendTo(PF_FilterProc entry, PF_Cmd cmd, void* extra) {
   if (!entry) throw std::invalid_argument("sendTo: no entry function");
-  Impl& d = *impl_;
-  d.beforeCommand(cmd, extra);
-  const bool smart = cmd == PF_Cmd_SMART_PRE_RENDER || cmd == PF_Cmd_SMART_RENDER;
-  PF_ParamDef** params = smart ? nullptr : d.livePointers.data();
-  PF_Err err = PF_Err_NONE;
-  try {
-    CurrentHost::Scope scope(&d);
-    err = entry(cmd, &d.in, &d.out, params, nullptr, extra);
-  } catch (...) {
-    d.afterCommand(cmd, extra, PF_Err_NONE, true);
-    throw;
-  }
-  d.afterCommand(cmd, extra, err, false);
-  return err;
+  return impl_->run(cmd, extra, nullptr, entry);
 }
 
 PF_Err Host::about() { return send(PF_Cmd_ABOUT); }
@@ -450,6 +518,7 @@ const std::vector<PrPixelFormat>& Host::supportedPixelFormats() const {
 
 void Host::setWorldPixelFormat(const PF_EffectWorld* world, A_long format) {
   impl_->worlds[world].format = format;
+  impl_->worlds[world].prFormat = format;
 }
 
 PF_Handle Host::newHandle(A_u_longlong size) { return impl_->handles.create(size, true); }
@@ -516,6 +585,7 @@ void Host::clearContractBreaks() { impl_->breaks.clear(); }
 void Host::finish() {
   Impl& d = *impl_;
   d.context = "end of session";
+  d.discardPreRenderData();
   d.disposeFlatCopy();
   if (d.sequence) {
     d.handles.dispose(d.sequence);

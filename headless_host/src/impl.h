@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "thost/host.h"
+#include "thost/render.h"
 
 namespace thost {
 
@@ -28,10 +30,14 @@ class CallLog {
     fired_ = 0;
   }
   int fired() const { return fired_; }
+  // A render's own log starts with the failures asked for so far, counted afresh.
+  void copyFailures(const CallLog& from);
+  void setRecording(bool on) { recording_ = on; }
   const std::vector<HostCall>& calls() const { return calls_; }
   void clear() { calls_.clear(); }
 
  private:
+  bool recording_ = true;
   struct Failure {
     PF_Err err;
     int nth;       // 0 = every call
@@ -44,6 +50,10 @@ class CallLog {
 
 // The host's memory handles. A PF_Handle is the address of a block's master
 // pointer, which points at the bytes (or is null for an empty handle).
+//
+// One store serves a set-up host and every render made from it, from any
+// thread: each method locks, and callers that look a block up and then change
+// it hold guard() across both.
 class HandleStore {
  public:
   struct Block {
@@ -54,24 +64,30 @@ class HandleStore {
     A_long id = 0;
     bool byHost = false;  // made through the Host API, never a leak
     bool leakReported = false;
+    const void* maker = nullptr;  // the command record (Host::Impl) it was made in
+    long command = 0;             // that record's command serial at the time
   };
 
   static constexpr unsigned char kFill = 0xA5;
 
   // Null when the size is unreasonable (the host's "out of memory").
-  PF_Handle create(A_u_longlong size, bool byHost);
+  PF_Handle create(A_u_longlong size, bool byHost, const void* maker = nullptr, long command = 0);
   PF_Handle createEmpty(bool byHost);
+  std::unique_lock<std::recursive_mutex> guard() const {
+    return std::unique_lock<std::recursive_mutex>(mutex_);
+  }
   Block* find(PF_Handle h);
   const Block* find(PF_Handle h) const;
   // Moves the block (the handle stays); false when the size is unreasonable.
   bool resize(Block& block, A_u_longlong newSize);
   void dispose(PF_Handle h);
   std::vector<Block*> live();
-  size_t count() const { return blocks_.size(); }
-  void clear() { blocks_.clear(); }
+  size_t count() const;
+  void clear();
 
  private:
   static std::unique_ptr<char[]> allocate(A_u_longlong size);
+  mutable std::recursive_mutex mutex_;
   std::map<PF_Handle, std::unique_ptr<Block>> blocks_;
   A_long nextId_ = 1;
 };
@@ -84,6 +100,8 @@ class SuiteRegistry {
   using Key = std::pair<std::string, int>;
 
   SuiteRegistry();
+  // The same suites and removals, with no acquisitions counted or held.
+  SuiteRegistry forRender() const;
   Answer acquire(const std::string& name, int version, App app, const void** table);
   Answer release(const std::string& name, int version);  // Refused = not held
   void remove(const Key& key) { removed_.insert(key); }
@@ -114,10 +132,67 @@ struct DrawbotImage {
 // A world the host knows the pixel format of; pixels are owned when the
 // effect made the world through a suite.
 struct WorldRecord {
-  A_long format = 0;
+  A_long format = 0;    // what the World Suite answers (PF_PixelFormat)
+  A_long prFormat = 0;  // what the Pixel Format Suite answers (PrPixelFormat)
   std::unique_ptr<char[]> pixels;
   bool byEffect = false;
   A_long width = 0, height = 0;
+};
+
+// A world the host lends the effect (layer frames and the output): its pixels
+// sit in a block with guard bytes before the first and after the last row, and
+// every row is padded beyond width, so only rowbytes-correct access stays
+// inside. Kept until the next render starts.
+struct LentWorld {
+  PF_EffectWorld world{};
+  std::unique_ptr<uint8_t[]> block;
+  size_t blockBytes = 0;
+  size_t lead = 0;     // guard bytes before the first row
+  size_t rowUsed = 0;  // width * bytes per pixel
+  Depth depth = Depth::Bits8;
+  LentWorldInfo info;
+  uint64_t digest = 0;  // of the whole block as lent (inputs)
+
+  static constexpr uint8_t kGuard = 0xCD;
+};
+
+// A layer a pre-render asked for, by checkout id, and what became of it.
+struct PixelCheckout {
+  PF_ParamIndex layer = 0;
+  int frame = -1;          // -1: the parameter names no layer
+  LentWorld* world = nullptr;
+  int out = 0;             // checkouts minus checkins of the pixels
+};
+
+// One frame's render state: clips, the worlds lent, the SmartFX records and
+// what the effect asked for. Begins afresh with every pre-render or legacy render.
+struct RenderState {
+  std::map<PF_ParamIndex, std::shared_ptr<const Clip>> clips;
+  Depth depth = Depth::Bits8;
+  bool guardWorlds = true;
+  std::optional<A_long> premiereFormat;  // overrides the output's Premiere format
+
+  std::deque<std::unique_ptr<LentWorld>> lent;
+  std::vector<LayerCheckout> checkouts;
+  std::map<A_long, PixelCheckout> requested;
+  LentWorld* output = nullptr;
+  LentWorld* input = nullptr;
+  int outputCheckouts = 0;
+  bool preRendered = false;
+
+  PF_Handle preRenderData = nullptr;  // the handle pre-render handed over, now the host's
+  void* preRenderPointer = nullptr;   // or data the effect gave a delete function for
+  PF_DeletePreRenderDataFunc deletePreRenderData = nullptr;
+  Image* into = nullptr;              // caller's picture the output starts from and goes to
+  PF_PreRenderInput preIn{};
+  PF_PreRenderOutput preOut{};
+  PF_PreRenderCallbacks preCb{};
+  PF_PreRenderExtra preExtra{};
+  PF_SmartRenderInput smartIn{};
+  PF_SmartRenderCallbacks smartCb{};
+  PF_SmartRenderExtra smartExtra{};
+
+  std::vector<std::string> notices;  // tolerated checkouts left out by design
 };
 
 struct Host::Impl {
@@ -129,8 +204,14 @@ struct Host::Impl {
   };
   static constexpr uint32_t kTokenMagic = 0x74484F53u;  // "tHOS"
 
-  Impl(const std::string& path, App app, ApiVersion version);
+  Impl(std::shared_ptr<PluginModule> module, App app, ApiVersion version);
+  // A render's own command records, made from a set-up host: the same module,
+  // handle store and parameters, its own in_data, effect_ref, call log, suite
+  // balance and worlds. `setUp` must outlive it.
+  Impl(const Impl& setUp, bool recordCalls);
   ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
 
   // Resolving the host inside a C callback.
   static Impl* fromRef(PF_ProgPtr ref, const char* fn);  // checks the token
@@ -142,6 +223,9 @@ struct Host::Impl {
   void addBreak(const std::string& text);
 
   // Commands.
+  // Sends one command to `entry`, or to the module's EffectMain when null.
+  PF_Err run(PF_Cmd cmd, void* extra, PF_LayerDef* output = nullptr,
+             PF_FilterProc entry = nullptr);
   void beforeCommand(PF_Cmd cmd, void* extra);
   void afterCommand(PF_Cmd cmd, void* extra, PF_Err err, bool threw);
   void endOfCommandChecks();
@@ -152,6 +236,29 @@ struct Host::Impl {
   void rebuildParamPointers();
   bool ownsHandle(PF_Handle h) const;
   void clearSurface();
+  void reportCommandLeaks();
+
+  // Rendering (render.cpp, smartfx.cpp).
+  void beginRender();
+  PF_Err preRender(const PF_RenderRequest* request);
+  PF_Err smartRender();
+  PF_Err legacyRender();
+  void endRender();
+  void adoptPreRenderData();      // after PF_Cmd_SMART_PRE_RENDER
+  void discardPreRenderData();
+  void setLayerGeometry();        // in_data size and duration from the layer clip
+  void afterPixels(PF_Cmd cmd);   // after SMART_RENDER / RENDER: worlds and pixel checkins  // gives back what the host owns of the render; reports leaks of a render record
+  PF_RenderRequest wholeFrameRequest();
+  const std::shared_ptr<const Clip>& clipOf(PF_ParamIndex index) const;
+  int frameAt(const Clip& clip, A_long time, A_long step, A_u_long scale);
+  LentWorld* lendFrame(const Clip& clip, int frame, LentWorldInfo info);
+  PF_Err lendLayerParam(PF_ParamIndex index, A_long time, A_long step, A_u_long scale,
+                        PF_ParamDef& def);
+  LentWorld* lendOutput(int width, int height, A_long originX, A_long originY);
+  void checkLentWorlds();
+  const WorldRecord* findWorld(const PF_EffectWorld* world) const;
+  PF_ParamIndex maskIndex() const;  // the first layer parameter after the effect's own; -1 none
+  void applyControls(const ControlValues& values);
 
   // Parameter helpers.
   bool validIndex(PF_ParamIndex index) const {
@@ -159,8 +266,9 @@ struct Host::Impl {
   }
 
   Token token;
-  PluginModule module;
+  std::shared_ptr<PluginModule> module;
   App app;
+  bool renderRecord = false;  // made by Impl(setUp, ...) for one render
   PF_InData in{};
   PF_OutData out{};
   PF_UtilCallbacks utils{};
@@ -172,7 +280,9 @@ struct Host::Impl {
   bool inCommand = false;
   PF_Cmd currentCmd = -1;
 
-  HandleStore handles;
+  std::shared_ptr<HandleStore> handleStore;
+  HandleStore& handles;
+  long commandSerial = 0;
   PF_Handle sequence = nullptr;
   // The copy the last PF_Cmd_GET_FLATTENED_SEQUENCE_DATA returned: the host's,
   // kept readable until the next command starts, then disposed.
@@ -195,6 +305,7 @@ struct Host::Impl {
 
   std::vector<PrPixelFormat> pixelFormats;
   std::map<const PF_EffectWorld*, WorldRecord> worlds;
+  RenderState render;
   std::set<void*> blocks;  // SPBasic AllocateBlock
 
   // Drawbot and the effect window context.
@@ -249,6 +360,11 @@ const void* drawSuite1();
 const void* supplierSuite1();
 const void* surfaceSuite2();
 const void* pathSuite1();
+void fillPreRenderCallbacks(PF_PreRenderCallbacks& cb);
+void fillSmartRenderCallbacks(PF_SmartRenderCallbacks& cb);
+A_long aePixelFormat(Depth depth);
+A_long premiereArgbFormat(Depth depth);
+int premiereBytesPerPixel(A_long format);
 
 // The handle functions, shared by the utility callbacks ("utils") and the
 // Handle Suite (its name as `via`).

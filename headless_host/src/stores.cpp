@@ -41,7 +41,12 @@ std::string handleLabel(const Host::Impl& host, PF_Handle h) {
 // ---------------------------------------------------------------- CallLog
 
 void CallLog::record(const char* fn, std::string args, const char* via) {
-  calls_.push_back(HostCall{fn, std::move(args), via});
+  if (recording_) calls_.push_back(HostCall{fn, std::move(args), via});
+}
+
+void CallLog::copyFailures(const CallLog& from) {
+  failures_ = from.failures_;
+  for (auto& [fn, f] : failures_) f.seen = 0;
 }
 
 std::optional<PF_Err> CallLog::failure(const std::string& fn) {
@@ -77,10 +82,13 @@ std::unique_ptr<char[]> HandleStore::allocate(A_u_longlong size) {
   return bytes;
 }
 
-PF_Handle HandleStore::create(A_u_longlong size, bool byHost) {
+PF_Handle HandleStore::create(A_u_longlong size, bool byHost, const void* maker, long command) {
   std::unique_ptr<char[]> bytes = allocate(size);
   if (!bytes) return nullptr;
+  auto lock = guard();
   auto block = std::make_unique<Block>();
+  block->maker = maker;
+  block->command = command;
   block->bytes = std::move(bytes);
   block->master = block->bytes.get();
   block->size = size;
@@ -92,6 +100,7 @@ PF_Handle HandleStore::create(A_u_longlong size, bool byHost) {
 }
 
 PF_Handle HandleStore::createEmpty(bool byHost) {
+  auto lock = guard();
   auto block = std::make_unique<Block>();
   block->id = nextId_++;
   block->byHost = byHost;
@@ -101,11 +110,13 @@ PF_Handle HandleStore::createEmpty(bool byHost) {
 }
 
 HandleStore::Block* HandleStore::find(PF_Handle h) {
+  auto lock = guard();
   auto it = blocks_.find(h);
   return it == blocks_.end() ? nullptr : it->second.get();
 }
 
 const HandleStore::Block* HandleStore::find(PF_Handle h) const {
+  auto lock = guard();
   auto it = blocks_.find(h);
   return it == blocks_.end() ? nullptr : it->second.get();
 }
@@ -113,6 +124,7 @@ const HandleStore::Block* HandleStore::find(PF_Handle h) const {
 bool HandleStore::resize(Block& block, A_u_longlong newSize) {
   std::unique_ptr<char[]> bytes = allocate(newSize);
   if (!bytes) return false;
+  auto lock = guard();
   if (block.bytes) {
     const A_u_longlong keep = newSize < block.size ? newSize : block.size;
     std::memcpy(bytes.get(), block.bytes.get(), static_cast<size_t>(keep));
@@ -125,9 +137,23 @@ bool HandleStore::resize(Block& block, A_u_longlong newSize) {
   return true;
 }
 
-void HandleStore::dispose(PF_Handle h) { blocks_.erase(h); }
+void HandleStore::dispose(PF_Handle h) {
+  auto lock = guard();
+  blocks_.erase(h);
+}
+
+size_t HandleStore::count() const {
+  auto lock = guard();
+  return blocks_.size();
+}
+
+void HandleStore::clear() {
+  auto lock = guard();
+  blocks_.clear();
+}
 
 std::vector<HandleStore::Block*> HandleStore::live() {
+  auto lock = guard();
   std::vector<Block*> out;
   for (auto& [h, b] : blocks_) out.push_back(b.get());
   std::sort(out.begin(), out.end(), [](const Block* a, const Block* b) { return a->id < b->id; });
@@ -147,6 +173,14 @@ SuiteRegistry::SuiteRegistry() {
   known_[{kDRAWBOT_SurfaceSuite, 2}] = {surfaceSuite2(), false};
   known_[{kDRAWBOT_PathSuite, 1}] = {pathSuite1(), false};
   known_[{kPFParamUtilsSuite, 3}] = {paramUtilsSuite3(), false};
+}
+
+SuiteRegistry SuiteRegistry::forRender() const {
+  SuiteRegistry copy(*this);
+  copy.acquired_.clear();
+  copy.released_.clear();
+  copy.held_.clear();
+  return copy;
 }
 
 SuiteRegistry::Answer SuiteRegistry::acquire(const std::string& name, int version, App app,

@@ -31,7 +31,11 @@ int aeBytesPerPixel(A_long format) {
   }
 }
 
-int prBytesPerPixel(A_long format) {
+int prBytesPerPixel(A_long format) { return premiereBytesPerPixel(format); }
+
+}  // namespace
+
+int premiereBytesPerPixel(A_long format) {
   switch (format) {
     case PrPixelFormat_ARGB_4444_8u:
     case PrPixelFormat_BGRA_4444_8u:
@@ -46,6 +50,32 @@ int prBytesPerPixel(A_long format) {
       return 0;
   }
 }
+
+A_long aePixelFormat(Depth depth) {
+  switch (depth) {
+    case Depth::Bits8:
+      return PF_PixelFormat_ARGB32;
+    case Depth::Bits16:
+      return PF_PixelFormat_ARGB64;
+    case Depth::Float32:
+      return PF_PixelFormat_ARGB128;
+  }
+  return PF_PixelFormat_INVALID;
+}
+
+A_long premiereArgbFormat(Depth depth) {
+  switch (depth) {
+    case Depth::Bits8:
+      return PrPixelFormat_ARGB_4444_8u;
+    case Depth::Bits16:
+      return PrPixelFormat_ARGB_4444_16u;
+    case Depth::Float32:
+      return PrPixelFormat_ARGB_4444_32f;
+  }
+  return PrPixelFormat_Invalid;
+}
+
+namespace {
 
 // One pixel of colour (each 0..1) in a Premiere 4444 format; false for formats
 // the host does not paint.
@@ -112,8 +142,10 @@ PF_Err pfDisposeWorld(PF_ProgPtr ref, PF_EffectWorld* world) {
   return disposeWorld(*h, world);
 }
 
-// Both suites answer from the one code the host keeps per world.
-PF_Err worldFormat(const char* fn, const char* via, const PF_EffectWorld* world, A_long* format) {
+// Both suites answer from the codes the host keeps per world: the World Suite
+// the After Effects one, the Pixel Format Suite the Premiere Pro one.
+PF_Err worldFormat(const char* fn, const char* via, const PF_EffectWorld* world, A_long* format,
+                   bool premiere) {
   Impl* h = Impl::current(fn);
   if (!h) return PF_Err_BAD_CALLBACK_PARAM;
   if (auto f = h->enter(fn, "", via)) return *f;
@@ -121,15 +153,16 @@ PF_Err worldFormat(const char* fn, const char* via, const PF_EffectWorld* world,
     h->addBreak(std::string(fn) + " without a result pointer");
     return PF_Err_BAD_CALLBACK_PARAM;
   }
-  auto it = h->worlds.find(world);
-  if (!world || it == h->worlds.end()) return PF_Err_BAD_CALLBACK_PARAM;
-  *format = it->second.format;
+  const WorldRecord* rec = h->findWorld(world);
+  if (!rec) return PF_Err_BAD_CALLBACK_PARAM;
+  *format = premiere ? rec->prFormat : rec->format;
   return PF_Err_NONE;
 }
 
 PF_Err pfGetPixelFormat(PF_EffectWorld* world, PrPixelFormat* format) {
   A_long code = 0;
-  PF_Err err = worldFormat("GetPixelFormat", kPixelFormatVia, world, format ? &code : nullptr);
+  PF_Err err =
+      worldFormat("GetPixelFormat", kPixelFormatVia, world, format ? &code : nullptr, true);
   if (err == PF_Err_NONE) *format = static_cast<PrPixelFormat>(code);
   return err;
 }
@@ -336,6 +369,7 @@ PF_Err makeWorld(Impl& h, A_long width, A_long height, bool clear, A_long format
   world->pix_aspect_ratio = PF_RationalScale{1, 1};
   WorldRecord& rec = h.worlds[world];
   rec.format = format;
+  rec.prFormat = format;
   rec.pixels = std::move(pixels);
   rec.byEffect = true;
   rec.width = width;
@@ -460,7 +494,7 @@ const void* worldSuite2() {
         return disposeWorld(*h, world);
       },
       [](const PF_EffectWorld* world, PF_PixelFormat* format) {
-        return worldFormat("PF_GetPixelFormat", kWorldVia, world, format);
+        return worldFormat("PF_GetPixelFormat", kWorldVia, world, format, false);
       }};
   return &table;
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "aesdk/aesdk.h"
 
@@ -258,6 +259,194 @@ PF_Err event(PF_InData* in, PF_OutData* out, PF_EventExtra* e) {
   return PF_Err_NONE;
 }
 
+// ---------------------------------------------------------------- rendering
+//
+// A small renderer that touches everything a real one does: "Choice" (1..3)
+// time frames of its own layer, "Size" frames apart, the "Other" layer as a
+// mask, all read with SmartFX callbacks (or checked-out parameters in
+// PF_Cmd_RENDER). Each output pixel averages the input with the time frames at
+// the same position; the mask's red replaces alpha. "Amount" picks a
+// misbehaviour (25, the default, is none).
+enum Misbehaviour {
+  kWriteRowPadding = 1,
+  kWriteInput = 2,
+  kUnrequestedId = 3,
+  kKeepMaskPixels = 4,
+  kDisposePreRenderData = 5,
+  kWriteBeforeOutput = 6,
+  kLeakHandle = 7,
+  kKeepLayerParam = 8,
+  kLeavePreRenderLocked = 9,
+};
+
+constexpr PF_ParamIndex kChoice = 1, kSize = 3, kAmount = 4, kOther = 8;
+constexpr A_long kTimeIdBase = 100;
+
+struct FakeRecord {
+  A_long frames;
+  A_long misbehaviour;
+};
+
+PF_Err readValue(PF_InData* in, PF_ParamIndex index, PF_ParamDef* def) {
+  return in->inter.checkout_param(in->effect_ref, index, in->current_time, in->time_step,
+                                  in->time_scale, def);
+}
+
+A_long timeOffset(PF_InData* in, A_long sizeValue, int i) {
+  return in->time_step * (sizeValue >> 16) * i;
+}
+
+PF_Err preRender(PF_InData* in, PF_OutData*, PF_PreRenderExtra* extra) {
+  PF_ParamDef choice, size, amount;
+  if (PF_Err err = readValue(in, kChoice, &choice)) return err;
+  if (PF_Err err = readValue(in, kSize, &size)) return err;
+  if (PF_Err err = readValue(in, kAmount, &amount)) return err;
+  auto* hs = acquire<PF_HandleSuite1>(in, kPFHandleSuite, 2);
+  if (!hs) return A_Err_MISSING_SUITE;
+  PF_Handle h = hs->host_new_handle(sizeof(FakeRecord));
+  if (!h) {
+    release(in, kPFHandleSuite, 2);
+    return PF_Err_OUT_OF_MEMORY;
+  }
+  auto* rec = static_cast<FakeRecord*>(hs->host_lock_handle(h));
+  rec->frames = choice.u.pd.value;
+  rec->misbehaviour = static_cast<A_long>(amount.u.fs_d.value);
+  const PF_RenderRequest req = extra->input->output_request;
+  PF_CheckoutResult result;
+  PF_Err err = extra->cb->checkout_layer(in->effect_ref, 0, 0, &req, in->current_time,
+                                         in->time_step, in->time_scale, &result);
+  if (!err) {
+    extra->output->result_rect = result.result_rect;
+    extra->output->max_result_rect = result.max_result_rect;
+    PF_CheckoutResult ignored;
+    err = extra->cb->checkout_layer(in->effect_ref, kOther, kOther, &req, in->current_time,
+                                    in->time_step, in->time_scale, &ignored);
+    for (int i = 1; !err && i <= rec->frames; ++i)
+      err = extra->cb->checkout_layer(in->effect_ref, 0, kTimeIdBase + i, &req,
+                                      in->current_time + timeOffset(in, size.u.fd.value, i),
+                                      in->time_step, in->time_scale, &ignored);
+  }
+  if (rec->misbehaviour != kLeavePreRenderLocked) hs->host_unlock_handle(h);
+  extra->output->pre_render_data = h;
+  release(in, kPFHandleSuite, 2);
+  return err;
+}
+
+template <typename T>
+T average(T a, T b) {
+  return static_cast<T>((static_cast<double>(a) + static_cast<double>(b)) / 2);
+}
+
+template <typename T>
+void combine(const PF_EffectWorld* input, const PF_EffectWorld* mask,
+             const std::vector<const PF_EffectWorld*>& times, PF_EffectWorld* output,
+             bool strideFromWidth) {
+  auto at = [](const PF_EffectWorld* w, int x, int y) -> const T* {
+    if (!w || !w->data || x >= w->width || y >= w->height) return nullptr;
+    return reinterpret_cast<const T*>(reinterpret_cast<const char*>(w->data) + y * w->rowbytes) +
+           4 * x;
+  };
+  const A_long stride = strideFromWidth ? output->width * 4 * A_long(sizeof(T)) : output->rowbytes;
+  for (int y = 0; y < output->height; ++y) {
+    T* row = reinterpret_cast<T*>(reinterpret_cast<char*>(output->data) + y * stride);
+    for (int x = 0; x < output->width; ++x) {
+      T px[4] = {};
+      if (const T* p = at(input, x, y)) std::memcpy(px, p, sizeof px);
+      for (const PF_EffectWorld* t : times)
+        if (const T* p = at(t, x, y))
+          for (int c = 0; c < 4; ++c) px[c] = average(px[c], p[c]);
+      if (const T* m = at(mask, x, y)) px[0] = m[1];
+      std::memcpy(row + 4 * x, px, sizeof px);
+    }
+  }
+}
+
+PF_Err draw(A_long format, bool premiere, const PF_EffectWorld* input, const PF_EffectWorld* mask,
+            const std::vector<const PF_EffectWorld*>& times, PF_EffectWorld* output,
+            bool strideFromWidth) {
+  if (format == (premiere ? PrPixelFormat_ARGB_4444_8u : PF_PixelFormat_ARGB32))
+    combine<uint8_t>(input, mask, times, output, strideFromWidth);
+  else if (format == (premiere ? PrPixelFormat_ARGB_4444_16u : PF_PixelFormat_ARGB64))
+    combine<uint16_t>(input, mask, times, output, strideFromWidth);
+  else if (format == (premiere ? PrPixelFormat_ARGB_4444_32f : PF_PixelFormat_ARGB128))
+    combine<float>(input, mask, times, output, strideFromWidth);
+  else
+    return PF_Err_UNRECOGNIZED_PARAM_TYPE;
+  return PF_Err_NONE;
+}
+
+PF_Err smartRender(PF_InData* in, PF_OutData*, PF_SmartRenderExtra* extra) {
+  auto* hs = acquire<PF_HandleSuite1>(in, kPFHandleSuite, 2);
+  auto* ws = acquire<PF_WorldSuite2>(in, kPFWorldSuite, 2);
+  if (!hs || !ws) {
+    if (hs) release(in, kPFHandleSuite, 2);
+    if (ws) release(in, kPFWorldSuite, 2);
+    return A_Err_MISSING_SUITE;
+  }
+  auto handle = static_cast<PF_Handle>(extra->input->pre_render_data);
+  const FakeRecord rec = *static_cast<FakeRecord*>(hs->host_lock_handle(handle));
+  PF_EffectWorld *input = nullptr, *output = nullptr, *mask = nullptr;
+  std::vector<const PF_EffectWorld*> times;
+  PF_Err err = extra->cb->checkout_layer_pixels(in->effect_ref, 0, &input);
+  if (!err) err = extra->cb->checkout_output(in->effect_ref, &output);
+  if (!err) err = extra->cb->checkout_layer_pixels(in->effect_ref, kOther, &mask);
+  for (int i = 1; !err && i <= rec.frames; ++i) {
+    PF_EffectWorld* t = nullptr;
+    err = extra->cb->checkout_layer_pixels(in->effect_ref, kTimeIdBase + i, &t);
+    times.push_back(t);
+  }
+  if (!err && rec.misbehaviour == kUnrequestedId) {
+    PF_EffectWorld* w = nullptr;
+    err = extra->cb->checkout_layer_pixels(in->effect_ref, 555, &w);
+  }
+  PF_PixelFormat format = PF_PixelFormat_INVALID;
+  if (!err) err = ws->PF_GetPixelFormat(output, &format);
+  if (!err) err = draw(format, false, input, mask, times, output, false);
+  if (!err) {
+    char* out0 = reinterpret_cast<char*>(output->data);
+    if (rec.misbehaviour == kWriteRowPadding) out0[output->width * (format == PF_PixelFormat_ARGB32 ? 4 : format == PF_PixelFormat_ARGB64 ? 8 : 16)] ^= 1;
+    if (rec.misbehaviour == kWriteBeforeOutput) out0[-1] ^= 1;
+    if (rec.misbehaviour == kWriteInput) reinterpret_cast<char*>(input->data)[0] ^= 1;
+    if (rec.misbehaviour == kLeakHandle) hs->host_new_handle(8);
+    if (rec.misbehaviour == kDisposePreRenderData) hs->host_dispose_handle(handle);
+  }
+  for (int i = 1; i <= rec.frames; ++i) extra->cb->checkin_layer_pixels(in->effect_ref, kTimeIdBase + i);
+  if (rec.misbehaviour != kKeepMaskPixels) extra->cb->checkin_layer_pixels(in->effect_ref, kOther);
+  extra->cb->checkin_layer_pixels(in->effect_ref, 0);
+  if (rec.misbehaviour != kDisposePreRenderData) hs->host_unlock_handle(handle);
+  release(in, kPFWorldSuite, 2);
+  release(in, kPFHandleSuite, 2);
+  return err;
+}
+
+PF_Err legacyRender(PF_InData* in, PF_ParamDef* params[], PF_LayerDef* output) {
+  const A_long frames = params[kChoice]->u.pd.value;
+  const A_long misbehaviour = static_cast<A_long>(params[kAmount]->u.fs_d.value);
+  PF_ParamDef mask, own;
+  std::vector<PF_ParamDef> timeDefs(static_cast<size_t>(frames));
+  PF_Err err = readValue(in, kOther, &mask);
+  if (err) return err;
+  std::vector<const PF_EffectWorld*> times;
+  for (int i = 1; !err && i <= frames; ++i) {
+    err = in->inter.checkout_param(in->effect_ref, 0,
+                                   in->current_time + timeOffset(in, params[kSize]->u.fd.value, i),
+                                   in->time_step, in->time_scale, &timeDefs[i - 1]);
+    if (!err) times.push_back(&timeDefs[i - 1].u.ld);
+  }
+  // The own layer at the current time, left checked out as Premiere Pro allows.
+  if (!err) err = readValue(in, 0, &own);
+  auto* pf = acquire<PF_PixelFormatSuite1>(in, kPFPixelFormatSuite, 1);
+  PrPixelFormat format = PrPixelFormat_Invalid;
+  if (!err && pf) err = pf->GetPixelFormat(output, &format);
+  if (!err)
+    err = draw(format, true, &params[0]->u.ld, &mask.u.ld, times, output,
+               misbehaviour == kWriteRowPadding);
+  if (pf) release(in, kPFPixelFormatSuite, 1);
+  for (size_t i = 0; i < times.size(); ++i) in->inter.checkin_param(in->effect_ref, &timeDefs[i]);
+  if (misbehaviour != kKeepLayerParam) in->inter.checkin_param(in->effect_ref, &mask);
+  return err;
+}
+
 PF_Err scenario(const std::string& s, PF_InData* in, PF_OutData* out, PF_ParamDef* params[]) {
   PF_UtilCallbacks* u = in->utils;
   const PF_ProgPtr ref = in->effect_ref;
@@ -473,7 +662,7 @@ FAKE_EXPORT A_Err PluginDataEntryFunction(PF_PluginDataPtr inPtr, PF_PluginDataC
 }
 
 FAKE_EXPORT PF_Err EffectMain(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef* params[],
-                              PF_LayerDef*, void* extra) {
+                              PF_LayerDef* output, void* extra) {
   switch (cmd) {
     case PF_Cmd_ABOUT:
       in->utils->ansi.sprintf(out->return_msg, "%s %d.%d", "Fake", 2, 3);
@@ -501,6 +690,12 @@ FAKE_EXPORT PF_Err EffectMain(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_Par
       return PF_Err_NONE;
     case PF_Cmd_EVENT:
       return event(in, out, static_cast<PF_EventExtra*>(extra));
+    case PF_Cmd_SMART_PRE_RENDER:
+      return preRender(in, out, static_cast<PF_PreRenderExtra*>(extra));
+    case PF_Cmd_SMART_RENDER:
+      return smartRender(in, out, static_cast<PF_SmartRenderExtra*>(extra));
+    case PF_Cmd_RENDER:
+      return legacyRender(in, params, output);
     case PF_Cmd_COMPLETELY_GENERAL:
       return scenario(static_cast<const char*>(extra), in, out, params);
     default:

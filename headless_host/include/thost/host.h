@@ -19,6 +19,37 @@ namespace thost {
 
 enum class App { AfterEffects, PremierePro };
 
+class Clip;         // render.h
+enum class Depth;   // render.h
+
+// One layer request of a render: a pre-render checkout_layer (checkoutId as
+// the effect chose it) or a checkout_param of a layer parameter (checkoutId
+// kParamCheckout). `frame` is the clip frame the time mapped to, -1 when the
+// parameter names no layer.
+struct LayerCheckout {
+  static constexpr A_long kParamCheckout = -1;
+  A_long checkoutId = 0;
+  PF_ParamIndex layerIndex = 0;
+  A_long time = 0, step = 0;
+  A_u_long scale = 0;
+  int frame = -1;
+  bool operator==(const LayerCheckout& o) const {
+    return checkoutId == o.checkoutId && layerIndex == o.layerIndex && time == o.time &&
+           step == o.step && scale == o.scale && frame == o.frame;
+  }
+};
+void PrintTo(const LayerCheckout& c, std::ostream* os);
+
+// A world the host lent in the last render, as the effect saw it.
+struct LentWorldInfo {
+  enum class Kind { Output, LayerPixels, LayerParam, InputParam };
+  Kind kind = Kind::Output;
+  PF_ParamIndex layerIndex = 0;  // the layer parameter (not for the output)
+  A_long checkoutId = 0;         // LayerPixels: the checkout id
+  int frame = 0;                 // clip frame (not for the output)
+  PF_EffectWorld* world = nullptr;
+}; 
+
 struct ApiVersion {
   A_short major = 13;
   A_short minor = 28;
@@ -49,10 +80,16 @@ struct ApiVersion {
 //   add_param           "<id>"  (uu.id of the definition)
 //   checkout_param      "<index>,<time>,<time step>,<time scale>"
 //   checkin_param       "<index>" of the checked-out definition ("?" if unknown)
+//   checkout_layer      "<index>,<checkout id>,<time>,<time step>,<time scale>"  (PF_PreRenderCallbacks)
+//   GuidMixInPtr        "<bytes>"
+//   checkout_layer_pixels, checkin_layer_pixels  "<checkout id>"  (PF_SmartRenderCallbacks)
+//   checkout_output     ""
 //   register_ui         "<events>"
 //   progress            "<current>,<total>"       abort  ""
 //   AddSupportedPixelFormat  "0x<format hex>"      ClearSupportedPixelFormats  ""
-//   GetPixelFormat, PF_GetPixelFormat  ""
+//   GetPixelFormat, PF_GetPixelFormat  ""   (PF_GetPixelFormat answers PF_PixelFormat_ARGB32/
+//                       ARGB64/ARGB128 for a lent 8/16/32-bit world; GetPixelFormat the Premiere
+//                       ARGB_4444 format of that depth as the effect announced it)
 //   NewWorldOfPixelFormat  "<w>,<h>,0x<format hex>"  PF_NewWorld  "<w>,<h>,0x<format hex>"
 //   DisposeWorld, PF_DisposeWorld, dispose_world  ""   new_world (utils)  "<w>,<h>"
 //   GetBlackForPixelFormat, GetWhiteForPixelFormat, ConvertColorToPixelFormattedData  "0x<format hex>"
@@ -266,6 +303,44 @@ class Host {
   // How many injected failures have happened since the last clearFailures().
   int failuresFired() const;
 
+  // ---- Rendering, one command at a time.
+  // Layers are clips the host holds: index 0 is the effect's own layer, any
+  // other index a layer parameter (null: the parameter names no layer). A host
+  // time t shows frame floor(t / time_step) of a clip, clamped to its frames.
+  // Worlds are lent in the render depth, with guard bytes around them and rows
+  // padded beyond width; writes outside the output world, and any change to a
+  // layer world, are contract breaks found at the end of the render.
+  void setLayerClip(PF_ParamIndex index, std::shared_ptr<const Clip> clip);
+  void setMaskClip(std::shared_ptr<const Clip> clip);  // maskParamIndex(); throws without one
+  PF_ParamIndex maskParamIndex() const;  // first layer parameter after index 0; -1 if none
+  void setRenderDepth(Depth depth);
+  void setGuardWorlds(bool on);  // default on
+  // Premiere Pro: the format GetPixelFormat answers for the output world
+  // instead of the announced one of the render depth (unset: no override).
+  void setPremiereOutputFormat(std::optional<A_long> format);
+  // A render starts with preRender() (After Effects) or legacyRender()
+  // (PF_Cmd_RENDER); it sets in_data->width/height/extent_hint from frame
+  // current_time of the layer clip and total_time from the clip's length, and
+  // drops the previous render's worlds, requests and pre-render handle.
+  // preRender() asks for the whole frame unless given a request.
+  PF_Err preRender();
+  PF_Err preRender(const PF_RenderRequest& request);
+  PF_Err smartRender();   // the render the last preRender() prepared
+  PF_Err legacyRender();  // output world the size and origin of the layer frame
+  // What the last render asked for and got, kept until the next render.
+  const std::vector<LayerCheckout>& layerCheckouts() const;
+  int toleratedNotices() const;  // checkouts left out by design in the last render
+  const std::vector<std::string>& toleratedNoticeTexts() const;
+  PF_Handle preRenderData() const;  // what pre-render handed over (the host's)
+  const PF_PreRenderOutput& preRenderOutput() const;
+  PF_EffectWorld* outputWorld();         // null before the first render
+  PF_EffectWorld* inputWorld();          // layer 0 at the current time (id 0, or params[0])
+  PF_EffectWorld* checkoutWorld(A_long checkoutId);  // pixels served for an id; null if none
+  // The mask layer's world: its pixels (SmartFX) or the last checkout of its
+  // parameter (PF_Cmd_RENDER); null when it names no layer or was not asked for.
+  PF_EffectWorld* maskWorld();
+  std::vector<LentWorldInfo> lentWorlds() const;
+
   // Recording.
   const std::vector<HostCall>& calls() const;
   std::vector<HostCall> callsTo(const std::string& fn) const;
@@ -292,6 +367,7 @@ class Host {
   struct Impl;  // internal; the C callbacks reach it
 
  private:
+  friend class RenderHost;
   std::unique_ptr<Impl> impl_;
 };
 

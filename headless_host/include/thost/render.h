@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -61,6 +62,9 @@ class MemoryClip : public Clip {
  private:
   int frames_;
   Maker maker_;
+  // Each frame is made once per depth and then shared by every render.
+  mutable std::mutex mutex_;
+  mutable std::map<std::pair<int, Depth>, std::shared_ptr<const Image>> cache_;
 };
 
 // The host's time base for a clip: time_scale units a second, one frame lasts
@@ -94,16 +98,24 @@ struct RenderRequest {
 };
 
 struct RenderResult {
-  PF_Err err = PF_Err_NONE;
+  PF_Err err = PF_Err_NONE;            // of the pre-render, else the smart render (or PF_Cmd_RENDER)
   Image output;                        // empty when the request named `into`
   std::vector<std::string> breaks;     // contract breaks found in this render
-  int toleratedNotices = 0;            // checkouts the effect leaves by design
+  // Checkouts the effect leaves by design: values read through checkout_param
+  // in the SmartFX commands, and its own layer in PF_Cmd_RENDER.
+  int toleratedNotices = 0;
   std::vector<HostCall> calls;         // every call the effect made in this render
 };
 
 // Load, register, global setup, parameter setup and sequence setup once; then
-// render any frame from any thread. Sequence setdown and global setdown run
-// on destruction, and contract breaks of those go to finalBreaks().
+// render any frame from any thread. After Effects renders with
+// PF_Cmd_SMART_PRE_RENDER and PF_Cmd_SMART_RENDER, Premiere Pro with
+// PF_Cmd_RENDER (in a pixel format the effect announced; others throw
+// std::invalid_argument). Every render has command records of its own: in_data,
+// out_data, extras, effect_ref, call log, suite balance, worlds; the handle
+// store is shared and locked. finalBreaks() (or destruction) sends sequence
+// setdown and global setdown and returns the breaks of the set-up host, its
+// setdown and of align().
 class RenderHost {
  public:
   struct Options {
@@ -120,11 +132,14 @@ class RenderHost {
   RenderHost(const RenderHost&) = delete;
   RenderHost& operator=(const RenderHost&) = delete;
 
-  // Thread-safe: each call builds its own command records and worlds.
+  // Thread-safe: each call builds its own command records and worlds. Throws
+  // std::invalid_argument for a request the host cannot serve (no layer, an
+  // unknown control id, a mismatched `into`), std::logic_error once set down.
   RenderResult render(const RenderRequest& request) const;
 
-  // Presses "Align" for a layer of width x height with the given block size
-  // (as shown); returns the block width and height the effect set.
+  // Presses "Align" (PF_Cmd_USER_CHANGED_PARAM) for a layer of width x height
+  // with "Block Width" and "Block Height" as given (as shown); returns the
+  // block width and height the effect set. Leaves the set-up host unchanged.
   std::pair<double, double> align(double blockWidth, double blockHeight, A_long width,
                                   A_long height);
 

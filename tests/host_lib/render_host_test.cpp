@@ -1,0 +1,154 @@
+// RenderHost against the fake effect: set up once, frames rendered on many
+// threads at once equal the same frames rendered one after the other.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <thread>
+
+#include "host_render_support.h"
+#include "thost/render.h"
+
+namespace {
+
+using thost::Depth;
+using thost::Image;
+using thost::RenderHost;
+using thost::RenderRequest;
+using thost::RenderResult;
+
+// The fake effect's control ids.
+constexpr int kChoiceId = 10, kSizeId = 12, kAmountId = 13;
+
+RenderHost::Options fakeOptions(thost::App app = thost::App::AfterEffects) {
+  RenderHost::Options o;
+  o.pluginPath = THOST_FAKE_EFFECT;
+  o.app = app;
+  return o;
+}
+
+std::string firstOf(const std::vector<std::string>& v) { return v.empty() ? "" : v.front(); }
+
+class RenderHostTest : public ::testing::Test {
+ protected:
+  RenderRequest request(int frame, Depth depth = Depth::Bits8) const {
+    RenderRequest r;
+    r.frame = frame;
+    r.depth = depth;
+    r.layer = layer;
+    r.mask = mask;
+    r.time = thost::TimeBase::fromRate(25, 1);
+    r.controls = {{kChoiceId, 3}, {kSizeId, -2}};
+    return r;
+  }
+
+  std::shared_ptr<thost::MemoryClip> layer = thost_test::patternClip(12, 33, 17);
+  std::shared_ptr<thost::MemoryClip> mask = thost_test::patternClip(12, 20, 9, 7);
+};
+
+TEST_F(RenderHostTest, ConcurrentFramesEqualSerialFramesByteForByte) {
+  RenderHost host(fakeOptions());
+  for (Depth depth : {Depth::Bits8, Depth::Float32}) {
+    constexpr int kFrames = 8;
+    std::vector<RenderResult> serial;
+    for (int k = 0; k < kFrames; ++k) serial.push_back(host.render(request(k + 2, depth)));
+    std::vector<RenderResult> concurrent(kFrames);
+    std::vector<std::thread> threads;
+    for (int k = 0; k < kFrames; ++k)
+      threads.emplace_back([&, k] { concurrent[k] = host.render(request(k + 2, depth)); });
+    for (std::thread& t : threads) t.join();
+    for (int k = 0; k < kFrames; ++k) {
+      ASSERT_EQ(serial[k].err, PF_Err_NONE);
+      ASSERT_EQ(concurrent[k].err, PF_Err_NONE);
+      EXPECT_TRUE(serial[k].breaks.empty()) << firstOf(serial[k].breaks);
+      EXPECT_TRUE(concurrent[k].breaks.empty()) << firstOf(concurrent[k].breaks);
+      EXPECT_EQ(concurrent[k].toleratedNotices, 3);
+      EXPECT_EQ(serial[k].output, concurrent[k].output) << "frame " << k + 2;
+      EXPECT_EQ(serial[k].calls.size(), concurrent[k].calls.size());
+    }
+    // Different frames of the clip give different pictures.
+    EXPECT_FALSE(serial[0].output == serial[1].output);
+  }
+  EXPECT_TRUE(host.finalBreaks().empty()) << firstOf(host.finalBreaks());
+}
+
+TEST_F(RenderHostTest, RendersWhatTheFakeDrawsFromTheMappedFrames) {
+  RenderHost host(fakeOptions());
+  const RenderResult r = host.render(request(5, Depth::Bits16));
+  ASSERT_EQ(r.err, PF_Err_NONE);
+  // Three frames, each -2 frames on: 3, 1 and -1 (clamped to 0).
+  const auto in = layer->frame(5, Depth::Bits16);
+  const auto t1 = layer->frame(3, Depth::Bits16), t2 = layer->frame(1, Depth::Bits16),
+             t3 = layer->frame(0, Depth::Bits16);
+  const auto m = mask->frame(5, Depth::Bits16);
+  EXPECT_EQ(r.output, thost_test::fakeExpected<uint16_t>(*in, {t1.get(), t2.get(), t3.get()}, m.get()));
+  EXPECT_TRUE(r.breaks.empty()) << firstOf(r.breaks);
+}
+
+TEST_F(RenderHostTest, ControlValuesAreConvertedByParameterType) {
+  RenderHost host(fakeOptions());
+  RenderRequest req = request(4);
+  // A fixed value half a step below zero rounds away from zero to -1/65536,
+  // whose integer part is -1: one frame back. Popups are 1-based.
+  req.controls = {{kChoiceId, 1}, {kSizeId, -0.5 / 65536}, {kAmountId, 25}};
+  const RenderResult r = host.render(req);
+  ASSERT_EQ(r.err, PF_Err_NONE);
+  std::vector<std::string> layerCalls;
+  for (const thost::HostCall& c : r.calls)
+    if (c.fn == "checkout_layer") layerCalls.push_back(c.args);
+  const std::string step = std::to_string(req.time.timeStep);
+  const std::string scale = std::to_string(req.time.timeScale);
+  const std::vector<std::string> expected = {
+      "0,0," + std::to_string(4 * req.time.timeStep) + "," + step + "," + scale,
+      "8,8," + std::to_string(4 * req.time.timeStep) + "," + step + "," + scale,
+      "0,101," + std::to_string(3 * req.time.timeStep) + "," + step + "," + scale};
+  EXPECT_EQ(layerCalls, expected);
+  req.controls = {{99, 1}};
+  EXPECT_THROW(host.render(req), std::invalid_argument);
+}
+
+TEST_F(RenderHostTest, RendersIntoACallersPicture) {
+  RenderHost host(fakeOptions());
+  Image into(33, 17, Depth::Float32);
+  RenderRequest req = request(1, Depth::Float32);
+  req.into = &into;
+  const RenderResult r = host.render(req);
+  ASSERT_EQ(r.err, PF_Err_NONE);
+  EXPECT_EQ(r.output.width, 0);
+  EXPECT_EQ(into, host.render(request(1, Depth::Float32)).output);
+  Image wrong(32, 17, Depth::Float32);
+  req.into = &wrong;
+  EXPECT_THROW(host.render(req), std::invalid_argument);
+}
+
+TEST_F(RenderHostTest, PremiereRendersOnlyInAnnouncedFormats) {
+  RenderHost host(fakeOptions(thost::App::PremierePro));
+  const RenderResult r = host.render(request(2));
+  ASSERT_EQ(r.err, PF_Err_NONE);
+  EXPECT_EQ(r.toleratedNotices, 1);
+  EXPECT_TRUE(r.breaks.empty()) << firstOf(r.breaks);
+  EXPECT_THROW(host.render(request(2, Depth::Bits16)), std::invalid_argument);
+}
+
+TEST_F(RenderHostTest, ContractBreaksArePerRender) {
+  RenderHost host(fakeOptions());
+  RenderRequest bad = request(2);
+  bad.controls[kAmountId] = 6;  // writes before the output's first row
+  std::vector<RenderResult> results(4);
+  std::vector<std::thread> threads;
+  for (int k = 0; k < 4; ++k)
+    threads.emplace_back([&, k] { results[k] = host.render(k % 2 ? bad : request(2)); });
+  for (std::thread& t : threads) t.join();
+  for (int k = 0; k < 4; ++k) EXPECT_EQ(results[k].breaks.size(), k % 2 ? 1u : 0u) << k;
+  EXPECT_TRUE(host.finalBreaks().empty()) << firstOf(host.finalBreaks());
+}
+
+TEST(TimeBaseTest, FromRateScalesToAtLeast24000) {
+  EXPECT_EQ(thost::TimeBase::fromRate(30000, 1001).timeScale, 30000u);
+  EXPECT_EQ(thost::TimeBase::fromRate(30000, 1001).timeStep, 1001);
+  EXPECT_EQ(thost::TimeBase::fromRate(25, 1).timeScale, 24000u);
+  EXPECT_EQ(thost::TimeBase::fromRate(25, 1).timeStep, 960);
+  EXPECT_EQ(thost::TimeBase::fromRate(50, 2).timeStep, 960);
+  EXPECT_EQ(thost::TimeBase::fromRate(24000, 1).timeStep, 1);
+}
+
+}  // namespace
