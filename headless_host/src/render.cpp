@@ -2,6 +2,7 @@
 // on one command record, and the RenderHost that renders many frames at once.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <ostream>
@@ -317,7 +318,9 @@ void Host::Impl::setLayerGeometry() {
   in.width = image->width;
   in.height = image->height;
   in.extent_hint = PF_LRect{0, 0, image->width, image->height};
-  in.total_time = static_cast<A_long>(layer->frameCount()) * in.time_step;
+  // A layer longer than 32-bit host time can say ends at its largest value.
+  const int64_t total = static_cast<int64_t>(layer->frameCount()) * in.time_step;
+  in.total_time = static_cast<A_long>(std::clamp<int64_t>(total, INT32_MIN, INT32_MAX));
 }
 
 PF_RenderRequest Host::Impl::wholeFrameRequest() {

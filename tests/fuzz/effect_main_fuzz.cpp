@@ -1,6 +1,8 @@
 // EffectMain driven through the headless host by a sequence of commands taken
-// from the bytes: sequence commands, UI commands, events, control values,
-// composition settings, host API versions and injected host failures.
+// from the bytes: sequence commands, renders (pre-render and smart render in
+// After Effects, PF_Cmd_RENDER in both hosts) at every depth, UI commands,
+// events, control values, composition settings, host API versions and
+// injected host failures.
 //
 // A host sets an effect up once per process (global and parameter setup fill
 // process-wide state that a second parameter setup must not meet), so each
@@ -19,6 +21,7 @@
 #include "fuzz_input.h"
 #include "fuzz_targets.h"
 #include "thost/host.h"
+#include "thost/render.h"
 
 namespace fuzz {
 namespace {
@@ -47,6 +50,22 @@ const struct {
                {"PF Utility Suite", 4},       {"PF Effect Custom UI Suite", 1},
                {"DRAWBOT Draw Suite", 1},     {"DRAWBOT Supplier Suite", 1},
                {"DRAWBOT Surface Suite", 2},  {"DRAWBOT Path Suite", 1}};
+
+// Small frames of a few sizes and origins, so time frames need padding now and then.
+std::shared_ptr<const thost::Clip> clip() {
+  static const auto layer = std::make_shared<thost::MemoryClip>(12, [](int k, thost::Depth d) {
+    const int w = 12 + (k % 3) * 5, h = 9 + (k % 2) * 4;
+    thost::Image img(w, h, d);
+    for (size_t i = 0; i < img.pixels.size(); ++i)
+      img.pixels[i] = static_cast<uint8_t>(i * 13 + k * 29);
+    if (d == thost::Depth::Float32)  // keep floats finite and small
+      for (size_t i = 3; i < img.pixels.size(); i += 4) img.pixels[i] &= 0x3F;
+    img.originX = (k % 4) - 1;
+    img.originY = (k % 3) - 1;
+    return img;
+  });
+  return layer;
+}
 
 // A copy of the module per identity, so that each has its own process-wide state.
 std::string moduleCopy(int identity) {
@@ -81,6 +100,7 @@ Host& hostFor(int identity) {
       fail("the effect cannot be set up in the host");
     s.host = h;
     for (A_long i = 0; i < h->numParams(); ++i) s.controls.push_back(h->param(i));
+    h->setLayerClip(0, clip());
   }
   for (size_t i = 0; i < s.controls.size(); ++i)
     s.host->param(static_cast<PF_ParamIndex>(i)) = s.controls[i];
@@ -121,11 +141,6 @@ void setControl(Input& in, Host& h) {
     case PF_Param_CHECKBOX:
       def.u.bd.value = wild ? in.i32() : in.range(0, 1);
       break;
-    case PF_Param_LAYER:
-      def.u.ld.data = nullptr;
-      def.u.ld.width = 0;
-      def.u.ld.height = 0;
-      break;
     default:
       break;
   }
@@ -155,12 +170,14 @@ int effectMainOne(const uint8_t* data, size_t size) {
   h.clearContractBreaks();
   for (const auto& s : kSuites) h.restoreSuite(s.name, s.version);
   setApi(in, h, identity);
+  if (h.maskParamIndex() >= 0) h.setLayerClip(h.maskParamIndex(), in.flag() ? clip() : nullptr);
   bool hostMisbehaved = false;
+  bool preRendered = false;
 
   const int commands = in.range(1, 24);
   for (int c = 0; c < commands && !in.empty(); ++c) {
     try {
-      switch (in.u8() % 18) {
+      switch (in.u8() % 21) {
         case 0:
           h.about();
           break;
@@ -223,6 +240,23 @@ int effectMainOne(const uint8_t* data, size_t size) {
           break;
         case 16:
           h.setDownsample(PF_RationalScale{in.i32(), in.u32()}, PF_RationalScale{in.i32(), in.u32()});
+          break;
+        case 17:
+        case 18: {
+          const uint8_t depth = in.u8() % 3;
+          h.setRenderDepth(depth == 0 ? thost::Depth::Bits8
+                                      : depth == 1 ? thost::Depth::Bits16 : thost::Depth::Float32);
+          if (identity == kPremiere || in.u8() < 40) {
+            h.legacyRender();
+          } else {
+            preRendered = true;
+            if (h.preRender() == PF_Err_NONE && in.u8() < 240) h.smartRender();
+          }
+          break;
+        }
+        case 19:
+          // Another smart render of the last pre-render, as a host may ask.
+          if (preRendered) h.smartRender();
           break;
         default: {
           // Commands that carry no extra record, by number, known or not.
