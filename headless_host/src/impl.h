@@ -179,6 +179,10 @@ struct RenderState {
   LentWorld* input = nullptr;
   int outputCheckouts = 0;
   bool preRendered = false;
+  // What the pre-render was made at; its smart render is of the same frame.
+  A_long preTime = 0, preStep = 0;
+  A_u_long preScale = 0;
+  Depth preDepth = Depth::Bits8;
 
   PF_Handle preRenderData = nullptr;  // the handle pre-render handed over, now the host's
   void* preRenderPointer = nullptr;   // or data the effect gave a delete function for

@@ -344,6 +344,10 @@ PF_Err Host::Impl::preRender(const PF_RenderRequest* request) {
   fillPreRenderCallbacks(r.preCb);
   r.preExtra = PF_PreRenderExtra{&r.preIn, &r.preOut, &r.preCb};
   r.preRendered = true;
+  r.preTime = in.current_time;
+  r.preStep = in.time_step;
+  r.preScale = in.time_scale;
+  r.preDepth = r.depth;
   return run(PF_Cmd_SMART_PRE_RENDER, &r.preExtra);
 }
 
@@ -372,6 +376,11 @@ void Host::Impl::adoptPreRenderData() {
 PF_Err Host::Impl::smartRender() {
   RenderState& r = render;
   if (!r.preRendered) throw std::logic_error("smartRender() needs a preRender() first");
+  // A smart render is of the frame its pre-render prepared, whatever was set since.
+  in.current_time = r.preTime;
+  in.time_step = r.preStep;
+  in.time_scale = r.preScale;
+  r.depth = r.preDepth;
   const std::shared_ptr<const Clip>& layer = clipOf(0);
   const auto image =
       layer->frame(frameAt(*layer, in.current_time, in.time_step, in.time_scale), r.depth);

@@ -235,8 +235,10 @@ int effectMainOne(const uint8_t* data, size_t size) {
           break;
         }
         case 15:
-          h.setTime(in.i32(), in.flag() ? in.range(1, 3000) : in.i32(),
-                    in.flag() ? in.range(1, 300000) : in.i32(), in.u32());
+          // Any time; steps and scales as a host has them (positive), but of any size.
+          h.setTime(in.i32(), in.flag() ? in.range(1, 3000) : in.range(1, INT32_MAX),
+                    in.flag() ? in.range(1, 300000) : in.i32(),
+                    static_cast<A_u_long>(in.flag() ? in.range(1, 240000) : in.range(1, INT32_MAX)));
           break;
         case 16:
           h.setDownsample(PF_RationalScale{in.i32(), in.u32()}, PF_RationalScale{in.i32(), in.u32()});
@@ -248,6 +250,7 @@ int effectMainOne(const uint8_t* data, size_t size) {
                                       : depth == 1 ? thost::Depth::Bits16 : thost::Depth::Float32);
           if (identity == kPremiere || in.u8() < 40) {
             h.legacyRender();
+            preRendered = false;  // a new render drops the last pre-render
           } else {
             preRendered = true;
             if (h.preRender() == PF_Err_NONE && in.u8() < 240) h.smartRender();

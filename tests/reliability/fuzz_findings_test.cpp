@@ -21,4 +21,26 @@ TEST_F(PluginTest, ARenderWithAFrameLongerThanHostTimeCanHoldEndsTheLayerAtTheLa
   EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
 }
 
+// The time changed between a pre-render and its smart render: the host lent
+// an output of the new frame's size, larger than the input the pre-render
+// checked out, and the renderer read past that input.
+TEST_F(PluginTest, ASmartRenderIsOfTheFrameItsPreRenderPrepared) {
+  thost::Host& h = setUpEffect();
+  ASSERT_EQ(h.sequenceSetup(), PF_Err_NONE);
+  h.setLayerClip(0, std::make_shared<thost::MemoryClip>(12, [](int k, thost::Depth d) {
+    return thost_test::patternFrame(k, d, 10 + k * 3, 6 + k);
+  }));
+  h.setTime(400, 100, 1200, 3000);
+  h.setRenderDepth(thost::Depth::Bits16);
+  ASSERT_EQ(h.preRender(), PF_Err_NONE);
+  h.setTime(900, 100, 1200, 3000);
+  h.setRenderDepth(thost::Depth::Float32);
+  EXPECT_EQ(h.smartRender(), PF_Err_NONE);
+  ASSERT_NE(h.outputWorld(), nullptr);
+  EXPECT_EQ(h.outputWorld()->width, 10 + 4 * 3);
+  EXPECT_EQ(h.outputWorld()->height, 6 + 4);
+  EXPECT_EQ(h.inData().current_time, 400);
+  EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
+}
+
 }  // namespace
