@@ -13,4 +13,11 @@ namespace cli {
 int runInfo(const std::vector<std::string>& args);
 extern const char* const kInfoUsage;
 
+// Renders INPUT through the effect into OUTPUT (see `tesselux render --help`).
+int runRender(const std::vector<std::string>& args);
+
+// Generates the built-in clip and mask, renders them with the demo preset and
+// writes input, output and a contact sheet into a folder.
+int runDemo(const std::vector<std::string>& args);
+
 }  // namespace cli

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "commands.h"
+#include "controls.h"
+#include "json.h"
 #include "options.h"
 
 namespace cli {
@@ -18,6 +20,7 @@ const char* const kInfoUsage =
     "                       else the module built with this program)\n"
     "  --host ae|premiere   the host to play (default: ae)\n"
     "  --api MAJOR.MINOR    the host API version in in_data->version (default: 13.28)\n"
+    "  --json               print the same as JSON (for scripts)\n"
     "  -h, --help           show this help\n"
     "\n"
     "Exit status: 0 when every command succeeds and the effect keeps the host's\n"
@@ -405,6 +408,109 @@ int info(const HostOptions& opt) {
   return ok ? 0 : 1;
 }
 
+
+// The same readings as info(), as one JSON object on stdout.
+int infoJson(const HostOptions& opt) {
+  const std::string plugin = opt.plugin.empty() ? thost::Host::defaultPluginPath() : opt.plugin;
+  thost::Host host(plugin, opt.app, opt.version);
+  Json j;
+  bool ok = true;
+  j.open();
+  j.key("plugin").str(plugin);
+  j.key("host").str(opt.app == thost::App::PremierePro ? "premiere" : "ae");
+  j.key("api").str(std::to_string(opt.version.major) + "." + std::to_string(opt.version.minor));
+  const A_Err regErr = host.registerPlugin();
+  const thost::Registration& reg = host.registration();
+  ok = ok && regErr == A_Err_NONE && reg.callCount == 1;
+  j.key("registration").open();
+  j.key("result").num(regErr).key("calls").num(reg.callCount);
+  j.key("name").str(reg.name).key("match_name").str(reg.matchName).key("category").str(reg.category);
+  j.key("entry_point").str(reg.entryPoint).key("kind").str(fourChars(reg.kind));
+  j.key("api_version").str(std::to_string(reg.apiVersion) + "." + std::to_string(reg.apiSubversion));
+  j.key("reserved_info").num(reg.reservedInfo);
+  j.close();
+  auto flagsOf = [&](const char* name, A_long value, auto& table) {
+    j.key(name).open().key("value").num(static_cast<double>(static_cast<uint32_t>(value))).key("names").openArray();
+    for (const FlagName& f : table)
+      if (f.bit && (value & f.bit) == f.bit) j.str(f.name);
+    j.closeArray().close();
+  };
+  PF_Err err = host.globalSetup();
+  j.key("global_setup").open().key("result").num(err);
+  if (err == PF_Err_NONE) {
+    const PF_OutData& out = host.outData();
+    j.key("version").open().key("raw").num(out.my_version).key("text").str(versionText(out.my_version)).close();
+    flagsOf("out_flags", out.out_flags, kOutFlags);
+    flagsOf("out_flags2", out.out_flags2, kOutFlags2);
+    if (opt.app == thost::App::PremierePro) {
+      j.key("pixel_formats").openArray();
+      for (PrPixelFormat f : host.supportedPixelFormats()) j.str(format("0x%08X", static_cast<unsigned>(f)));
+      j.closeArray();
+    }
+  }
+  j.close();
+  ok = ok && err == PF_Err_NONE;
+  err = host.paramsSetup();
+  ok = ok && err == PF_Err_NONE;
+  j.key("controls").openArray();
+  if (err == PF_Err_NONE) {
+    const auto& params = host.addedParams();
+    const std::vector<ControlOption> options = controlOptions(params);
+    for (size_t i = 0; i < params.size(); ++i) {
+      const PF_ParamDef& d = params[i].def;
+      j.open().key("index").num(static_cast<double>(i + 1)).key("id").num(d.uu.id);
+      j.key("type").str(typeName(d.param_type)).key("name").str(d.name);
+      for (const ControlOption& o : options)
+        if (o.id == d.uu.id) j.key("option").str("--" + o.option);
+      switch (d.param_type) {
+        case PF_Param_FIX_SLIDER:
+          j.key("valid_min").num(d.u.fd.valid_min / 65536.0).key("valid_max").num(d.u.fd.valid_max / 65536.0);
+          j.key("slider_min").num(d.u.fd.slider_min / 65536.0).key("slider_max").num(d.u.fd.slider_max / 65536.0);
+          j.key("default").num(d.u.fd.dephault / 65536.0).key("precision").num(d.u.fd.precision);
+          break;
+        case PF_Param_FLOAT_SLIDER:
+          j.key("valid_min").num(d.u.fs_d.valid_min).key("valid_max").num(d.u.fs_d.valid_max);
+          j.key("slider_min").num(d.u.fs_d.slider_min).key("slider_max").num(d.u.fs_d.slider_max);
+          j.key("default").num(d.u.fs_d.dephault).key("precision").num(d.u.fs_d.precision);
+          j.key("percent").boolean((d.u.fs_d.display_flags & PF_ValueDisplayFlag_PERCENT) != 0);
+          break;
+        case PF_Param_POPUP: {
+          j.key("default").num(d.u.pd.dephault).key("choices").openArray();
+          std::istringstream in(params[i].namesText);
+          std::string item;
+          while (std::getline(in, item, '|')) j.str(item);
+          j.closeArray();
+          break;
+        }
+        case PF_Param_CHECKBOX: j.key("default").boolean(d.u.bd.dephault != 0); break;
+        case PF_Param_BUTTON: j.key("label").str(params[i].namesText); break;
+        default: break;
+      }
+      j.key("flags").num(static_cast<double>(static_cast<uint32_t>(d.flags)));
+      j.key("ui_flags").num(static_cast<double>(static_cast<uint32_t>(d.ui_flags)));
+      j.close();
+    }
+  }
+  j.closeArray();
+  err = host.sequenceSetup();
+  ok = ok && err == PF_Err_NONE;
+  if (err == PF_Err_NONE) {
+    j.key("sequence_data_bytes").num(static_cast<double>(host.handleSize(host.sequenceData())));
+    ok = host.sequenceSetdown() == PF_Err_NONE && ok;
+  }
+  ok = host.globalSetdown() == PF_Err_NONE && ok;
+  host.finish();
+  j.key("contract_breaks").openArray();
+  for (const std::string& b : host.contractBreaks()) j.str(b);
+  j.closeArray();
+  ok = ok && host.contractBreaks().empty();
+  host.clearContractBreaks();
+  j.key("ok").boolean(ok);
+  j.close();
+  std::printf("%s\n", j.text().c_str());
+  return ok ? 0 : 1;
+}
+
 }  // namespace
 
 int runInfo(const std::vector<std::string>& args) {
@@ -420,7 +526,7 @@ int runInfo(const std::vector<std::string>& args) {
     return 0;
   }
   try {
-    return info(opt);
+    return opt.json ? infoJson(opt) : info(opt);
   } catch (const std::exception& e) {
     std::fflush(stdout);
     std::fprintf(stderr, "tesselux: %s\n", e.what());

@@ -16,24 +16,34 @@ struct Subcommand {
 
 const Subcommand kSubcommands[] = {
     {"info", cli::runInfo, "register the effect and list its version, flags and controls"},
+    {"render", cli::runRender, "render an image, sequence or video through the effect"},
+    {"demo", cli::runDemo, "make a generated clip, render it with a preset, write a contact sheet"},
 };
 
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "usage: tesselux [COMMAND] [OPTIONS]\n"
+               "       tesselux render INPUT -o OUTPUT [OPTIONS]\n"
+               "       tesselux demo [-o DIR]\n"
                "\n"
                "Loads the Tesselux effect into a headless After Effects / Premiere Pro host.\n"
                "\n"
                "Commands (default: info):\n");
   for (const Subcommand& s : kSubcommands) std::fprintf(to, "  %-8s %s\n", s.name, s.summary);
-  std::fprintf(to, "\n%s", cli::kInfoUsage);
+  std::fprintf(to, "\n'tesselux COMMAND --help' shows each command's options.\n\n"
+                   "info options:\n%s", cli::kInfoUsage);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
+  if (!args.empty() && args[0] == "--version") {
+    std::printf("tesselux %s\n", TESSELUX_VERSION);
+    return 0;
+  }
   const Subcommand* command = &kSubcommands[0];
+  bool named = false;
   if (!args.empty() && !args[0].empty() && args[0][0] != '-') {
     command = nullptr;
     for (const Subcommand& s : kSubcommands)
@@ -48,11 +58,14 @@ int main(int argc, char** argv) {
       return 2;
     }
     args.erase(args.begin());
+    named = true;
   }
-  for (const std::string& a : args)
-    if (a == "--help" || a == "-h") {
-      printUsage(stdout);
-      return 0;
-    }
+  // Each named command prints its own help.
+  if (!named)
+    for (const std::string& a : args)
+      if (a == "--help" || a == "-h") {
+        printUsage(stdout);
+        return 0;
+      }
   return command->run(args);
 }

@@ -56,6 +56,8 @@ HostOptions parseHostOptions(const std::vector<std::string>& args) {
     };
     if (arg == "--help" || arg == "-h") {
       o.help = true;
+    } else if (arg == "--json") {
+      o.json = true;
     } else if (arg == "--plugin") {
       o.plugin = takeValue();
       if (o.plugin.empty()) throw UsageError{"--plugin needs a path"};

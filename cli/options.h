@@ -13,6 +13,7 @@ struct HostOptions {
   thost::App app = thost::App::AfterEffects;
   thost::ApiVersion version{13, 28};
   bool help = false;
+  bool json = false;  // info: print JSON
 };
 
 // A bad command line; the message says what was wrong.
@@ -20,7 +21,7 @@ struct UsageError {
   std::string message;
 };
 
-// Parses --plugin PATH, --host ae|premiere, --api MAJOR.MINOR and --help
+// Parses --plugin PATH, --host ae|premiere, --api MAJOR.MINOR, --json and --help
 // (also in the --name=value form). Throws UsageError.
 HostOptions parseHostOptions(const std::vector<std::string>& args);
 

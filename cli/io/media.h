@@ -1,0 +1,101 @@
+// Reading and writing clips: stills and numbered image sequences through
+// OpenImageIO, videos through FFmpeg's libraries. A still is a clip of one
+// frame.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "pixels.h"
+
+namespace cli {
+
+// A file that cannot be read or written; the message names it.
+struct MediaError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct Rate {
+  int num = 30, den = 1;
+  double fps() const { return static_cast<double>(num) / den; }
+};
+
+// Colour and geometry tags of a video stream, carried to the output.
+struct VideoTags {
+  int colorRange = 0, colorPrimaries = 2, colorTrc = 2, colorSpace = 2, chromaLocation = 0;
+  int sarNum = 0, sarDen = 1;
+};
+
+enum class MediaKind { Still, Sequence, Video, Null };
+
+// How a path is treated: a name with a printf frame number ("%04d") is a
+// sequence, a known video container extension a video, "null:" discards, any
+// other name a still.
+MediaKind mediaKind(const std::string& path);
+
+// File `number` of a sequence pattern.
+std::string sequenceName(const std::string& pattern, long number);
+
+// Frames of a clip by index; one caller at a time.
+class FrameSource {
+ public:
+  virtual ~FrameSource() = default;
+  virtual int frameCount() const = 0;
+  // The type frames are read in (half-float files read as float).
+  virtual SampleType sampleType() const = 0;
+  // The file's own rate, for videos.
+  virtual std::optional<Rate> rate() const { return std::nullopt; }
+  virtual std::optional<VideoTags> tags() const { return std::nullopt; }
+  // Size of frame k without decoding it where the format allows.
+  virtual std::pair<int, int> frameSize(int k) const = 0;
+  virtual Picture read(int k) = 0;
+  // Frames decoded on the way to another (videos decoding forward from a key
+  // frame) are handed here when set, so a cache can keep them.
+  std::function<void(int, Picture&&)> onSideFrame;
+};
+
+std::unique_ptr<FrameSource> openSource(const std::string& path);
+
+struct SinkSettings {
+  std::string path;
+  Rate rate;
+  thost::Depth depth = thost::Depth::Bits8;
+  int frameCount = 1;   // frames that will be written
+  long firstNumber = 0; // sequence number of the first frame written
+  std::string codec;    // video: empty for the container's default
+  int crf = 18;         // video: H.264/H.265 quality
+  std::optional<VideoTags> tags;
+  // Audio to copy into a video output: the input file and the time range
+  // (seconds) the written frames cover; empty path for none.
+  std::string audioFrom;
+  double audioStart = 0, audioEnd = 0;
+  bool wholeClip = true;  // copy every audio packet, not only those in range
+};
+
+// Frames written in order. Nothing appears under the final name until
+// commit(); a sink destroyed uncommitted removes what it wrote.
+class FrameSink {
+ public:
+  virtual ~FrameSink() = default;
+  // The sample type write() takes (from the host depth and what the format holds).
+  virtual SampleType sampleType() const = 0;
+  virtual void write(const Picture& picture) = 0;
+  virtual void commit() = 0;
+};
+
+std::unique_ptr<FrameSink> openSink(const SinkSettings& settings);
+
+// Sample type an image file of this name is written in for a host depth.
+SampleType imageSampleType(const std::string& path, thost::Depth depth);
+
+// Writes one still (through a temporary name and a rename).
+void writeImage(const std::string& path, const Picture& picture);
+
+// A temporary name beside `path`, keeping its extension so the format is chosen by it.
+std::string temporaryName(const std::string& path);
+
+}  // namespace cli

@@ -1,0 +1,526 @@
+// Videos through FFmpeg's libraries: random-access decoding (seeking back to a
+// key frame when a frame is not just ahead) and encoding with audio copied.
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
+}
+
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "io/media.h"
+
+namespace cli {
+
+namespace {
+
+std::string avError(int err) {
+  char buf[AV_ERROR_MAX_STRING_SIZE] = {};
+  av_strerror(err, buf, sizeof buf);
+  return buf;
+}
+
+struct FormatCloser {
+  void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
+};
+struct CodecFreer {
+  void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+};
+struct FrameFreer {
+  void operator()(AVFrame* f) const { av_frame_free(&f); }
+};
+struct PacketFreer {
+  void operator()(AVPacket* p) const { av_packet_free(&p); }
+};
+struct SwsFreer {
+  void operator()(SwsContext* s) const { sws_freeContext(s); }
+};
+using FormatPtr = std::unique_ptr<AVFormatContext, FormatCloser>;
+using CodecPtr = std::unique_ptr<AVCodecContext, CodecFreer>;
+using FramePtr = std::unique_ptr<AVFrame, FrameFreer>;
+using PacketPtr = std::unique_ptr<AVPacket, PacketFreer>;
+using SwsPtr = std::unique_ptr<SwsContext, SwsFreer>;
+
+FormatPtr openInput(const std::string& path) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) throw MediaError(path + ": is a directory, not a video");
+  if (!std::filesystem::exists(path, ec)) throw MediaError(path + ": no such file");
+  AVFormatContext* raw = nullptr;
+  int err = avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
+  if (err < 0) throw MediaError(path + ": cannot open as a video: " + avError(err));
+  FormatPtr fmt(raw);
+  err = avformat_find_stream_info(fmt.get(), nullptr);
+  if (err < 0) throw MediaError(path + ": cannot read stream information: " + avError(err));
+  return fmt;
+}
+
+int swsColorspace(int avSpace) {
+  switch (avSpace) {
+    case AVCOL_SPC_BT709: return SWS_CS_ITU709;
+    case AVCOL_SPC_FCC: return SWS_CS_FCC;
+    case AVCOL_SPC_SMPTE240M: return SWS_CS_SMPTE240M;
+    case AVCOL_SPC_BT2020_NCL:
+    case AVCOL_SPC_BT2020_CL: return SWS_CS_BT2020;
+    case AVCOL_SPC_BT470BG:
+    case AVCOL_SPC_SMPTE170M: return SWS_CS_ITU601;
+    default: return SWS_CS_DEFAULT;
+  }
+}
+
+bool isRgbFormat(AVPixelFormat f) {
+  const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(f);
+  return d && (d->flags & AV_PIX_FMT_FLAG_RGB);
+}
+
+// Sets the YUV matrix and range both sides of a conversion use.
+void setColorDetails(SwsContext* sws, AVPixelFormat src, AVPixelFormat dst, int space, int range) {
+  const int* coeffs = sws_getCoefficients(swsColorspace(space));
+  const int full = range == AVCOL_RANGE_JPEG ? 1 : 0;
+  const int srcRange = isRgbFormat(src) ? 1 : full;
+  const int dstRange = isRgbFormat(dst) ? 1 : full;
+  sws_setColorspaceDetails(sws, coeffs, srcRange, coeffs, dstRange, 0, 1 << 16, 1 << 16);
+}
+
+class VideoSource : public FrameSource {
+ public:
+  explicit VideoSource(const std::string& path) : path_(path), fmt_(openInput(path)) {
+    stream_ = av_find_best_stream(fmt_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (stream_ < 0) throw MediaError(path + ": has no video stream");
+    AVStream* st = fmt_->streams[stream_];
+    const AVCodec* codec = avcodec_find_decoder(st->codecpar->codec_id);
+    if (!codec) throw MediaError(path + ": no decoder for its video codec");
+    dec_.reset(avcodec_alloc_context3(codec));
+    avcodec_parameters_to_context(dec_.get(), st->codecpar);
+    dec_->thread_count = 0;
+    int err = avcodec_open2(dec_.get(), codec, nullptr);
+    if (err < 0) throw MediaError(path + ": cannot open its decoder: " + avError(err));
+    AVRational r = st->avg_frame_rate.num > 0 ? st->avg_frame_rate : st->r_frame_rate;
+    if (r.num <= 0 || r.den <= 0) r = AVRational{30, 1};
+    av_reduce(&r.num, &r.den, r.num, r.den, 1 << 30);
+    rate_ = Rate{r.num, r.den};
+    timeBase_ = st->time_base;
+    start_ = st->start_time != AV_NOPTS_VALUE ? st->start_time : 0;
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(st->codecpar->format));
+    deep_ = desc && desc->comp[0].depth > 8;
+    tags_.colorRange = st->codecpar->color_range;
+    tags_.colorPrimaries = st->codecpar->color_primaries;
+    tags_.colorTrc = st->codecpar->color_trc;
+    tags_.colorSpace = st->codecpar->color_space;
+    tags_.chromaLocation = st->codecpar->chroma_location;
+    AVRational sar = av_guess_sample_aspect_ratio(fmt_.get(), st, nullptr);
+    if (sar.num > 0) {
+      tags_.sarNum = sar.num;
+      tags_.sarDen = sar.den;
+    }
+    width_ = st->codecpar->width;
+    height_ = st->codecpar->height;
+    frames_ = countFrames();
+    if (frames_ <= 0) throw MediaError(path + ": video stream has no frames");
+    frame_.reset(av_frame_alloc());
+    packet_.reset(av_packet_alloc());
+  }
+
+  int frameCount() const override { return frames_; }
+  SampleType sampleType() const override { return deep_ ? SampleType::U16 : SampleType::U8; }
+  std::optional<Rate> rate() const override { return rate_; }
+  std::optional<VideoTags> tags() const override { return tags_; }
+  std::pair<int, int> frameSize(int) const override { return {width_, height_}; }
+
+  Picture read(int k) override {
+    // Decoding forward is cheaper than a seek for frames a little ahead.
+    const bool ahead = next_ >= 0 && k >= next_ && k < next_ + kForwardWindow;
+    if (!ahead) seekTo(k);
+    for (int attempt = 0;; ++attempt) {
+      Picture p;
+      int index = -1;
+      while (decodeNext(p, index)) {
+        if (index == k) return p;
+        if (index > k) break;  // the seek landed past the frame: go back further
+        if (onSideFrame) onSideFrame(index, std::move(p));
+      }
+      if (index < 0 || attempt == 3) {
+        // The stream ended first: its count was an estimate. Serve the last frame.
+        if (!last_.data.empty()) return last_;
+        throw MediaError(path_ + ": cannot decode frame " + std::to_string(k));
+      }
+      seekTo(k - (attempt + 1) * 64);
+    }
+  }
+
+ private:
+  static constexpr int kForwardWindow = 48;
+
+  int countFrames() {
+    AVStream* st = fmt_->streams[stream_];
+    if (st->nb_frames > 0) return static_cast<int>(st->nb_frames);
+    // No count in the header (Matroska and others): count the packets.
+    PacketPtr pkt(av_packet_alloc());
+    int n = 0;
+    while (av_read_frame(fmt_.get(), pkt.get()) >= 0) {
+      if (pkt->stream_index == stream_) ++n;
+      av_packet_unref(pkt.get());
+    }
+    av_seek_frame(fmt_.get(), stream_, start_, AVSEEK_FLAG_BACKWARD);
+    avcodec_flush_buffers(dec_.get());
+    return n;
+  }
+
+  int indexOf(int64_t pts) const {
+    const double seconds = static_cast<double>(pts - start_) * av_q2d(timeBase_);
+    return static_cast<int>(std::llround(seconds * rate_.num / rate_.den));
+  }
+
+  void seekTo(int k) {
+    if (k < 0) k = 0;
+    const int64_t ts = start_ + av_rescale_q(k, AVRational{rate_.den, rate_.num}, timeBase_);
+    int err = av_seek_frame(fmt_.get(), stream_, ts, AVSEEK_FLAG_BACKWARD);
+    if (err < 0) av_seek_frame(fmt_.get(), stream_, start_, AVSEEK_FLAG_BACKWARD);
+    avcodec_flush_buffers(dec_.get());
+    eof_ = false;
+    next_ = -1;
+  }
+
+  // Decodes the next frame in presentation order; false at the end.
+  bool decodeNext(Picture& out, int& index) {
+    for (;;) {
+      int err = avcodec_receive_frame(dec_.get(), frame_.get());
+      if (err == 0) {
+        int64_t pts = frame_->best_effort_timestamp;
+        if (pts == AV_NOPTS_VALUE) pts = frame_->pts;
+        index = pts == AV_NOPTS_VALUE ? next_ : indexOf(pts);
+        if (index < 0) index = 0;
+        out = toPicture(frame_.get());
+        av_frame_unref(frame_.get());
+        next_ = index + 1;
+        last_ = out;
+        return true;
+      }
+      if (err == AVERROR_EOF) return false;
+      if (err != AVERROR(EAGAIN)) throw MediaError(path_ + ": decoding failed: " + avError(err));
+      if (eof_) return false;
+      err = av_read_frame(fmt_.get(), packet_.get());
+      if (err < 0) {
+        eof_ = true;
+        avcodec_send_packet(dec_.get(), nullptr);
+        continue;
+      }
+      if (packet_->stream_index == stream_) {
+        err = avcodec_send_packet(dec_.get(), packet_.get());
+        if (err < 0 && err != AVERROR(EAGAIN) && err != AVERROR_INVALIDDATA) {
+          av_packet_unref(packet_.get());
+          throw MediaError(path_ + ": decoding failed: " + avError(err));
+        }
+      }
+      av_packet_unref(packet_.get());
+    }
+  }
+
+  Picture toPicture(const AVFrame* f) {
+    const AVPixelFormat dst = deep_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA;
+    const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
+    SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, f->width, f->height,
+                                         dst, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
+                                         nullptr, nullptr, nullptr);
+    sws_.reset(s);
+    if (!s) throw MediaError(path_ + ": cannot convert its pixel format");
+    setColorDetails(s, src, dst, f->colorspace != AVCOL_SPC_UNSPECIFIED ? f->colorspace : tags_.colorSpace,
+                    f->color_range != AVCOL_RANGE_UNSPECIFIED ? f->color_range : tags_.colorRange);
+    Picture p(f->width, f->height, deep_ ? SampleType::U16 : SampleType::U8);
+    uint8_t* dstData[4] = {p.data.data(), nullptr, nullptr, nullptr};
+    int dstStride[4] = {static_cast<int>(p.rowBytes()), 0, 0, 0};
+    sws_scale(s, f->data, f->linesize, 0, f->height, dstData, dstStride);
+    return p;
+  }
+
+  std::string path_;
+  FormatPtr fmt_;
+  CodecPtr dec_;
+  FramePtr frame_;
+  PacketPtr packet_;
+  SwsPtr sws_;
+  int stream_ = -1;
+  Rate rate_;
+  AVRational timeBase_{1, 1};
+  int64_t start_ = 0;
+  bool deep_ = false;
+  VideoTags tags_;
+  int width_ = 0, height_ = 0, frames_ = 0;
+  int next_ = -1;  // index the decoder produces next; -1 after a seek
+  bool eof_ = false;
+  Picture last_;
+};
+
+// The encoders a container gets by default, and their pixel formats.
+struct CodecChoice {
+  std::string name;
+  AVPixelFormat pixfmt;
+};
+
+std::string lowerExt(const std::string& path) {
+  std::string e = std::filesystem::path(path).extension().string();
+  for (char& c : e) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return e;
+}
+
+bool supports(const AVCodec* codec, AVPixelFormat f) {
+  if (!codec->pix_fmts) return true;
+  for (const AVPixelFormat* p = codec->pix_fmts; *p != AV_PIX_FMT_NONE; ++p)
+    if (*p == f) return true;
+  return false;
+}
+
+class VideoSink : public FrameSink {
+ public:
+  explicit VideoSink(const SinkSettings& s) : s_(s), tmp_(temporaryName(s.path)) {
+    const std::filesystem::path dir = std::filesystem::path(s.path).parent_path();
+    std::error_code ec;
+    if (!dir.empty() && !std::filesystem::is_directory(dir, ec))
+      throw MediaError(s.path + ": folder " + dir.string() + " does not exist");
+    AVFormatContext* raw = nullptr;
+    int err = avformat_alloc_output_context2(&raw, nullptr, nullptr, s.path.c_str());
+    if (err < 0 || !raw) throw MediaError(s.path + ": no video muxer for this file type");
+    oc_ = raw;
+
+    const std::string ext = lowerExt(s.path);
+    const bool deep = s.depth != thost::Depth::Bits8;
+    std::string codecName = s.codec;
+    if (codecName.empty()) codecName = ext == ".mov" ? "prores_ks" : ext == ".mkv" ? "ffv1" : "libx264";
+    const AVCodec* codec = avcodec_find_encoder_by_name(codecName.c_str());
+    if (!codec) throw MediaError("--codec: no encoder named '" + codecName + "'");
+    if (codec->type != AVMEDIA_TYPE_VIDEO) throw MediaError("--codec: '" + codecName + "' is not a video encoder");
+
+    // What the encoder is fed: straight RGBA, 16-bit where the codec keeps more than 8 bits.
+    AVPixelFormat pixfmt = AV_PIX_FMT_NONE;
+    if (codecName == "libx264" || codecName == "libx265") {
+      pixfmt = AV_PIX_FMT_YUV420P;
+      deepInput_ = false;
+    } else if (codec->id == AV_CODEC_ID_PRORES) {
+      pixfmt = AV_PIX_FMT_YUVA444P10LE;
+      deepInput_ = true;
+    } else if (codec->id == AV_CODEC_ID_FFV1) {
+      pixfmt = deep && supports(codec, AV_PIX_FMT_GBRAP16LE) ? AV_PIX_FMT_GBRAP16LE : AV_PIX_FMT_BGRA;
+      deepInput_ = pixfmt == AV_PIX_FMT_GBRAP16LE;
+    } else {
+      deepInput_ = deep;
+      pixfmt = avcodec_find_best_pix_fmt_of_list(codec->pix_fmts, deep ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA, 1,
+                                                 nullptr);
+      if (pixfmt == AV_PIX_FMT_NONE) pixfmt = AV_PIX_FMT_YUV420P;
+    }
+    if (!supports(codec, pixfmt)) throw MediaError("--codec: '" + codecName + "' cannot take the frames' pixel format");
+    pixfmt_ = pixfmt;
+
+    enc_.reset(avcodec_alloc_context3(codec));
+    codec_ = codec;
+    st_ = avformat_new_stream(oc_, nullptr);
+    if (!st_) throw MediaError(s.path + ": cannot add a video stream");
+
+    if (!s.audioFrom.empty()) openAudio();
+  }
+
+  ~VideoSink() override {
+    if (oc_) {
+      if (opened_ && !committed_) av_write_trailer(oc_);
+      if (oc_->pb) avio_closep(&oc_->pb);
+      avformat_free_context(oc_);
+    }
+    if (!committed_) std::remove(tmp_.c_str());
+  }
+
+  SampleType sampleType() const override { return deepInput_ ? SampleType::U16 : SampleType::U8; }
+
+  void write(const Picture& p) override {
+    if (!opened_) open(p.width, p.height);
+    if (p.width != width_ || p.height != height_)
+      throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
+    FramePtr frame(av_frame_alloc());
+    frame->format = pixfmt_;
+    frame->width = width_;
+    frame->height = height_;
+    int err = av_frame_get_buffer(frame.get(), 0);
+    if (err < 0) throw MediaError(s_.path + ": out of memory for a frame");
+    const uint8_t* srcData[4] = {p.data.data(), nullptr, nullptr, nullptr};
+    const int srcStride[4] = {static_cast<int>(p.rowBytes()), 0, 0, 0};
+    sws_scale(sws_.get(), srcData, srcStride, 0, height_, frame->data, frame->linesize);
+    frame->pts = pts_++;
+    encode(frame.get());
+  }
+
+  void commit() override {
+    if (!opened_) throw MediaError(s_.path + ": no frames to write");
+    encode(nullptr);
+    pumpAudio(1e300);
+    int err = av_write_trailer(oc_);
+    committed_ = true;  // the trailer is written either way; nothing more to finish
+    if (oc_->pb) avio_closep(&oc_->pb);
+    if (err < 0) {
+      std::remove(tmp_.c_str());
+      throw MediaError(s_.path + ": cannot finish the file: " + avError(err));
+    }
+    if (std::rename(tmp_.c_str(), s_.path.c_str()) != 0) {
+      std::remove(tmp_.c_str());
+      throw MediaError(s_.path + ": cannot rename into place: " + std::strerror(errno));
+    }
+  }
+
+ private:
+  void open(int width, int height) {
+    width_ = width;
+    height_ = height;
+    AVCodecContext* c = enc_.get();
+    c->width = width;
+    c->height = height;
+    c->pix_fmt = pixfmt_;
+    c->time_base = AVRational{s_.rate.den, s_.rate.num};
+    c->framerate = AVRational{s_.rate.num, s_.rate.den};
+    c->thread_count = 0;
+    const VideoTags t = s_.tags.value_or(VideoTags{});
+    const bool rgb = isRgbFormat(pixfmt_);
+    if (s_.tags) {
+      c->color_range = rgb ? AVCOL_RANGE_JPEG : static_cast<AVColorRange>(t.colorRange);
+      c->color_primaries = static_cast<AVColorPrimaries>(t.colorPrimaries);
+      c->color_trc = static_cast<AVColorTransferCharacteristic>(t.colorTrc);
+      c->colorspace = rgb ? AVCOL_SPC_RGB : static_cast<AVColorSpace>(t.colorSpace);
+      c->chroma_sample_location = static_cast<AVChromaLocation>(t.chromaLocation);
+      if (t.sarNum > 0) c->sample_aspect_ratio = AVRational{t.sarNum, t.sarDen};
+    }
+    if (oc_->oformat->flags & AVFMT_GLOBALHEADER) c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    AVDictionary* opts = nullptr;
+    if (av_opt_find(c->priv_data, "crf", nullptr, 0, 0))
+      av_dict_set(&opts, "crf", std::to_string(s_.crf).c_str(), 0);
+    if (codec_->id == AV_CODEC_ID_PRORES) av_dict_set(&opts, "profile", "4444", 0);
+    int err = avcodec_open2(c, codec_, &opts);
+    av_dict_free(&opts);
+    if (err < 0) throw MediaError(s_.path + ": cannot open the encoder: " + avError(err));
+    avcodec_parameters_from_context(st_->codecpar, c);
+    st_->time_base = c->time_base;
+    st_->avg_frame_rate = c->framerate;
+    st_->sample_aspect_ratio = c->sample_aspect_ratio;
+
+    const AVPixelFormat src = deepInput_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA;
+    sws_.reset(sws_getContext(width, height, src, width, height, pixfmt_,
+                              SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr));
+    if (!sws_) throw MediaError(s_.path + ": cannot convert frames for the encoder");
+    setColorDetails(sws_.get(), src, pixfmt_, t.colorSpace, rgb ? AVCOL_RANGE_JPEG : t.colorRange);
+
+    if (!(oc_->oformat->flags & AVFMT_NOFILE)) {
+      err = avio_open(&oc_->pb, tmp_.c_str(), AVIO_FLAG_WRITE);
+      if (err < 0) throw MediaError(s_.path + ": cannot create the file: " + avError(err));
+    }
+    err = avformat_write_header(oc_, nullptr);
+    if (err < 0) throw MediaError(s_.path + ": cannot write the header: " + avError(err));
+    opened_ = true;
+  }
+
+  void encode(AVFrame* frame) {
+    int err = avcodec_send_frame(enc_.get(), frame);
+    if (err < 0) throw MediaError(s_.path + ": encoding failed: " + avError(err));
+    PacketPtr pkt(av_packet_alloc());
+    for (;;) {
+      err = avcodec_receive_packet(enc_.get(), pkt.get());
+      if (err == AVERROR(EAGAIN) || err == AVERROR_EOF) return;
+      if (err < 0) throw MediaError(s_.path + ": encoding failed: " + avError(err));
+      av_packet_rescale_ts(pkt.get(), enc_->time_base, st_->time_base);
+      pkt->stream_index = st_->index;
+      const double t = pkt->dts != AV_NOPTS_VALUE ? pkt->dts * av_q2d(st_->time_base) : 0.0;
+      pumpAudio(t + 0.5);
+      err = av_interleaved_write_frame(oc_, pkt.get());
+      if (err < 0) throw MediaError(s_.path + ": cannot write: " + avError(err));
+    }
+  }
+
+  // Audio: packets of every audio stream of the input, copied unchanged.
+  void openAudio() {
+    FormatPtr in = openInput(s_.audioFrom);
+    for (unsigned i = 0; i < in->nb_streams; ++i) {
+      AVStream* ist = in->streams[i];
+      if (ist->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+      if (avformat_query_codec(oc_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) continue;
+      AVStream* ost = avformat_new_stream(oc_, nullptr);
+      if (!ost) continue;
+      avcodec_parameters_copy(ost->codecpar, ist->codecpar);
+      ost->codecpar->codec_tag = 0;
+      ost->time_base = ist->time_base;
+      audioMap_.resize(in->nb_streams, -1);
+      audioMap_[i] = ost->index;
+    }
+    if (!audioMap_.empty()) audioIn_ = std::move(in);
+  }
+
+  void pumpAudio(double until) {
+    if (!audioIn_ || audioDone_) return;
+    PacketPtr pkt(av_packet_alloc());
+    for (;;) {
+      if (pending_) {
+        AVStream* ist = audioIn_->streams[pending_->stream_index];
+        const int64_t ts = pending_->dts != AV_NOPTS_VALUE ? pending_->dts : pending_->pts;
+        const double t = ts == AV_NOPTS_VALUE ? 0.0 : ts * av_q2d(ist->time_base) - s_.audioStart;
+        if (t > until) return;
+        const double pts = (pending_->pts != AV_NOPTS_VALUE ? pending_->pts : ts) * av_q2d(ist->time_base);
+        const bool inRange = s_.wholeClip || (pts >= s_.audioStart && pts < s_.audioEnd);
+        if (inRange) {
+          AVStream* ost = oc_->streams[audioMap_[static_cast<size_t>(pending_->stream_index)]];
+          const int64_t shift = s_.wholeClip ? 0 : av_rescale_q(std::llround(s_.audioStart * 1000000.0),
+                                                                AVRational{1, 1000000}, ist->time_base);
+          if (pending_->pts != AV_NOPTS_VALUE) pending_->pts -= shift;
+          if (pending_->dts != AV_NOPTS_VALUE) pending_->dts -= shift;
+          av_packet_rescale_ts(pending_.get(), ist->time_base, ost->time_base);
+          pending_->stream_index = ost->index;
+          pending_->pos = -1;
+          int err = av_interleaved_write_frame(oc_, pending_.get());
+          if (err < 0) throw MediaError(s_.path + ": cannot write audio: " + avError(err));
+        }
+        pending_.reset();
+      }
+      PacketPtr next(av_packet_alloc());
+      for (;;) {
+        if (av_read_frame(audioIn_.get(), next.get()) < 0) {
+          audioDone_ = true;
+          return;
+        }
+        const int i = next->stream_index;
+        if (i >= 0 && static_cast<size_t>(i) < audioMap_.size() && audioMap_[static_cast<size_t>(i)] >= 0) break;
+        av_packet_unref(next.get());
+      }
+      pending_ = std::move(next);
+    }
+  }
+
+  SinkSettings s_;
+  std::string tmp_;
+  AVFormatContext* oc_ = nullptr;
+  const AVCodec* codec_ = nullptr;
+  CodecPtr enc_;
+  AVStream* st_ = nullptr;
+  SwsPtr sws_;
+  AVPixelFormat pixfmt_ = AV_PIX_FMT_NONE;
+  bool deepInput_ = false;
+  int width_ = 0, height_ = 0;
+  int64_t pts_ = 0;
+  bool opened_ = false, committed_ = false;
+  FormatPtr audioIn_;
+  std::vector<int> audioMap_;
+  PacketPtr pending_;
+  bool audioDone_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSource> openVideoSource(const std::string& path) {
+  av_log_set_level(AV_LOG_QUIET);  // failures come back as one line of ours
+  return std::make_unique<VideoSource>(path);
+}
+
+std::unique_ptr<FrameSink> openVideoSink(const SinkSettings& settings) {
+  av_log_set_level(AV_LOG_QUIET);  // failures come back as one line of ours
+  return std::make_unique<VideoSink>(settings);
+}
+
+}  // namespace cli
