@@ -16,5 +16,7 @@ int sampleTimeOne(const uint8_t* data, size_t size);
 // EffectMain through the headless host: a sequence of commands with control
 // values, host identities and injected host failures taken from the bytes.
 int effectMainOne(const uint8_t* data, size_t size);
+// The command's image and video readers on arbitrary file bytes.
+int readerOne(const uint8_t* data, size_t size);
 
 }  // namespace fuzz

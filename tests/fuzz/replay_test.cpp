@@ -52,3 +52,4 @@ TEST(FuzzReplay, SampleTime) { EXPECT_GT(replay("sample_time", fuzz::sampleTimeO
 TEST(FuzzReplay, EffectMainThroughTheHost) {
   EXPECT_GT(replay("effect_main", fuzz::effectMainOne), 0u);
 }
+TEST(FuzzReplay, CommandReaders) { EXPECT_GT(replay("reader", fuzz::readerOne), 0u); }
