@@ -1,4 +1,5 @@
 // Stills and numbered image sequences through OpenImageIO.
+#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -213,7 +214,13 @@ std::vector<std::string> sequenceFiles(const std::string& pattern) {
   }
   if (numbers.empty()) throw MediaError(pattern + ": no numbered files match");
   std::vector<std::string> files;
-  for (long n = *numbers.begin(); numbers.count(n); ++n) files.push_back(sequenceName(pattern, n));
+  long n = *numbers.begin();
+  for (; numbers.count(n); ++n) files.push_back(sequenceName(pattern, n));
+  // A gap would silently end the clip early: name the first missing file.
+  if (files.size() != numbers.size())
+    throw MediaError(pattern + ": " + sequenceName(pattern, n) + " is missing (the files run from " +
+                     std::to_string(*numbers.begin()) + " to " + std::to_string(*numbers.rbegin()) +
+                     ")");
   return files;
 }
 
@@ -256,6 +263,12 @@ class ImageSink : public FrameSink {
     OIIO::ImageSpec spec(picture.width, picture.height, nch, fileType);
     spec.attribute("oiio:UnassociatedAlpha", 1);
     if (ext == ".jpg" || ext == ".jpeg") spec.attribute("Compression", "jpeg:95");
+    // Writers that can encode into memory do, and the file is then written
+    // here with every error checked: some (PNG) let a failed write of their
+    // own pass, leaving a cut-off file on a full disk.
+    std::vector<unsigned char> encoded;
+    OIIO::Filesystem::IOVecOutput memory(encoded);
+    const bool inMemory = out->supports("ioproxy") && out->set_ioproxy(&memory);
     if (!out->open(tmp, spec)) {
       std::remove(tmp.c_str());
       throw MediaError(final + ": cannot write: " + firstLine(out->geterror()));
@@ -265,6 +278,28 @@ class ImageSink : public FrameSink {
     if (!ok) {
       std::remove(tmp.c_str());
       throw MediaError(final + ": cannot write: " + firstLine(out->geterror()));
+    }
+    if (inMemory) writeChecked(tmp, final, encoded);
+  }
+
+  static void writeChecked(const std::string& tmp, const std::string& final,
+                           const std::vector<unsigned char>& bytes) {
+    errno = 0;
+    bool ok = false;
+    int why = 0;
+    if (std::FILE* f = std::fopen(tmp.c_str(), "wb")) {
+      ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size() && std::fflush(f) == 0;
+      why = errno;
+      if (std::fclose(f) != 0) {
+        ok = false;
+        if (!why) why = errno;
+      }
+    } else {
+      why = errno;
+    }
+    if (!ok) {
+      std::remove(tmp.c_str());
+      throw MediaError(final + ": cannot write: " + std::strerror(why ? why : EIO));
     }
   }
 
