@@ -112,6 +112,7 @@ Header readHeader(const std::string& path) {
     throw MediaError(path + ": " + why.substr(0, why.find('\n')));
   }
   const OIIO::ImageSpec& spec = in->spec();
+  checkSize(path, spec.width, spec.height);
   return {spec.width, spec.height, typeOf(spec.format)};
 }
 
@@ -130,6 +131,7 @@ Picture readPicture(const std::string& path) {
   const int nch = spec.nchannels;
   if (spec.width <= 0 || spec.height <= 0 || nch <= 0)
     throw MediaError(path + ": image has no pixels");
+  checkSize(path, spec.width, spec.height);
   const SampleType type = typeOf(spec.format);
   const int bytes = sampleBytes(type);
   std::vector<uint8_t> raw(static_cast<size_t>(spec.width) * spec.height * nch * bytes);
@@ -334,6 +336,13 @@ class NullSink : public FrameSink {
 // Defined in video.cpp.
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path);
 std::unique_ptr<FrameSink> openVideoSink(const SinkSettings& settings);
+
+void checkSize(const std::string& path, long width, long height) {
+  if (width > PF_MAX_WORLD_WIDTH || height > PF_MAX_WORLD_HEIGHT)
+    throw MediaError(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                     " is larger than a host world can be (" + std::to_string(PF_MAX_WORLD_WIDTH) +
+                     " x " + std::to_string(PF_MAX_WORLD_HEIGHT) + ")");
+}
 
 MediaKind mediaKind(const std::string& path) {
   if (path == "null:" || path == "null") return MediaKind::Null;

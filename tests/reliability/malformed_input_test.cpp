@@ -136,6 +136,13 @@ TEST_F(MalformedInput, DamagedAndEmptyInputFiles) {
   expectRefused({s / "truncated.mp4", "-o", s / "out/x.mp4"}, "truncated.mp4");
   expectRefused({s / "empty.png", "-o", s / "out/x.png"}, "empty.png");
   expectRefused({s / "zero.png", "-o", s / "out/x.png"}, "zero.png");
+  // A BMP whose header declares 8 x 33,554,432 pixels: a fuzzer finding, the
+  // reader set out to allocate gigabytes (the saved input, less its first byte).
+  const std::string finding = cli_test::slurp(std::string(TESSELUX_SOURCE_DIR) +
+                                              "/tests/fuzz/regressions/reader/bmp-declaring-8x33554432");
+  ASSERT_GT(finding.size(), 1u);
+  std::ofstream(s / "huge.bmp", std::ios::binary) << finding.substr(1);
+  expectRefused({s / "huge.bmp", "-o", s / "out/x.png"}, "larger than a host world");
   fs::create_directory(s / "folder.png");
   expectRefused({s / "folder.png", "-o", s / "out/x.png"}, "folder.png");
   std::printf("malformed input files tried: %d\n", tried_);
