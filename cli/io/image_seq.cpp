@@ -1,4 +1,5 @@
 // Stills and numbered image sequences through OpenImageIO.
+#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -111,6 +112,7 @@ Header readHeader(const std::string& path) {
     throw MediaError(path + ": " + why.substr(0, why.find('\n')));
   }
   const OIIO::ImageSpec& spec = in->spec();
+  checkSize(path, spec.width, spec.height);
   return {spec.width, spec.height, typeOf(spec.format)};
 }
 
@@ -129,6 +131,7 @@ Picture readPicture(const std::string& path) {
   const int nch = spec.nchannels;
   if (spec.width <= 0 || spec.height <= 0 || nch <= 0)
     throw MediaError(path + ": image has no pixels");
+  checkSize(path, spec.width, spec.height);
   const SampleType type = typeOf(spec.format);
   const int bytes = sampleBytes(type);
   std::vector<uint8_t> raw(static_cast<size_t>(spec.width) * spec.height * nch * bytes);
@@ -213,7 +216,13 @@ std::vector<std::string> sequenceFiles(const std::string& pattern) {
   }
   if (numbers.empty()) throw MediaError(pattern + ": no numbered files match");
   std::vector<std::string> files;
-  for (long n = *numbers.begin(); numbers.count(n); ++n) files.push_back(sequenceName(pattern, n));
+  long n = *numbers.begin();
+  for (; numbers.count(n); ++n) files.push_back(sequenceName(pattern, n));
+  // A gap would silently end the clip early: name the first missing file.
+  if (files.size() != numbers.size())
+    throw MediaError(pattern + ": " + sequenceName(pattern, n) + " is missing (the files run from " +
+                     std::to_string(*numbers.begin()) + " to " + std::to_string(*numbers.rbegin()) +
+                     ")");
   return files;
 }
 
@@ -259,6 +268,12 @@ class ImageSink : public FrameSink {
     // and a whole render) must give the same bytes.
     spec.attribute("DateTime", "");
     if (ext == ".jpg" || ext == ".jpeg") spec.attribute("Compression", "jpeg:95");
+    // Writers that can encode into memory do, and the file is then written
+    // here with every error checked: some (PNG) let a failed write of their
+    // own pass, leaving a cut-off file on a full disk.
+    std::vector<unsigned char> encoded;
+    OIIO::Filesystem::IOVecOutput memory(encoded);
+    const bool inMemory = out->supports("ioproxy") && out->set_ioproxy(&memory);
     if (!out->open(tmp, spec)) {
       std::remove(tmp.c_str());
       throw MediaError(final + ": cannot write: " + firstLine(out->geterror()));
@@ -268,6 +283,28 @@ class ImageSink : public FrameSink {
     if (!ok) {
       std::remove(tmp.c_str());
       throw MediaError(final + ": cannot write: " + firstLine(out->geterror()));
+    }
+    if (inMemory) writeChecked(tmp, final, encoded);
+  }
+
+  static void writeChecked(const std::string& tmp, const std::string& final,
+                           const std::vector<unsigned char>& bytes) {
+    errno = 0;
+    bool ok = false;
+    int why = 0;
+    if (std::FILE* f = std::fopen(tmp.c_str(), "wb")) {
+      ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size() && std::fflush(f) == 0;
+      why = errno;
+      if (std::fclose(f) != 0) {
+        ok = false;
+        if (!why) why = errno;
+      }
+    } else {
+      why = errno;
+    }
+    if (!ok) {
+      std::remove(tmp.c_str());
+      throw MediaError(final + ": cannot write: " + std::strerror(why ? why : EIO));
     }
   }
 
@@ -302,6 +339,13 @@ class NullSink : public FrameSink {
 // Defined in video.cpp.
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path);
 std::unique_ptr<FrameSink> openVideoSink(const SinkSettings& settings);
+
+void checkSize(const std::string& path, long width, long height) {
+  if (width > PF_MAX_WORLD_WIDTH || height > PF_MAX_WORLD_HEIGHT)
+    throw MediaError(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                     " is larger than a host world can be (" + std::to_string(PF_MAX_WORLD_WIDTH) +
+                     " x " + std::to_string(PF_MAX_WORLD_HEIGHT) + ")");
+}
 
 MediaKind mediaKind(const std::string& path) {
   if (path == "null:" || path == "null") return MediaKind::Null;

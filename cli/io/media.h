@@ -32,6 +32,11 @@ struct VideoTags {
 
 enum class MediaKind { Still, Sequence, Video, Null };
 
+// Refuses a picture larger than a host world can be (PF_MAX_WORLD_WIDTH x
+// PF_MAX_WORLD_HEIGHT): a damaged or hostile header would otherwise have the
+// readers allocate gigabytes.
+void checkSize(const std::string& path, long width, long height);
+
 // How a path is treated: a name with a printf frame number ("%04d") is a
 // sequence, a known video container extension a video, "null:" discards, any
 // other name a still.

@@ -126,6 +126,7 @@ class VideoSource : public FrameSource {
     }
     width_ = st->codecpar->width;
     height_ = st->codecpar->height;
+    checkSize(path, width_, height_);
     frames_ = countFrames();
     if (frames_ <= 0) throw MediaError(path + ": video stream has no frames");
     frame_.reset(av_frame_alloc());

@@ -392,7 +392,10 @@ SPErr spReleaseSuite(const char* name, int32_t version) {
     case SuiteRegistry::Answer::Granted:
       return kSPNoError;
     case SuiteRegistry::Answer::Refused:
-      return kSPBadParameterError;  // known, but not held
+      // A real host's reference count would go below zero here.
+      h->addBreak(std::string("ReleaseSuite of \"") + name + "\" version " +
+                  std::to_string(version) + ", which the effect does not hold");
+      return kSPBadParameterError;
     case SuiteRegistry::Answer::Unknown:
       h->addBreak(std::string("ReleaseSuite of unknown suite \"") + name + "\" version " +
                   std::to_string(version));

@@ -204,11 +204,14 @@ void Host::Impl::beforeCommand(PF_Cmd cmd, void* extra) {
   in.sequence_data = sequence;
   in.num_params = numParams > 0 ? numParams : static_cast<A_long>(live.size());
   std::memset(&out, 0, sizeof out);
+  out.sequence_data = outSequencePreset;
   rebuildParamPointers();
 }
 
 void Host::Impl::takeSequenceData(PF_Cmd cmd) {
   PF_Handle returned = out.sequence_data;
+  if (outSequencePreset && returned == outSequencePreset) returned = nullptr;  // left alone
+  outSequencePreset = nullptr;
   switch (cmd) {
     case PF_Cmd_SEQUENCE_SETUP:
     case PF_Cmd_SEQUENCE_RESETUP:
@@ -403,14 +406,15 @@ A_Err Host::registerPlugin() {
 
 const Registration& Host::registration() const { return impl_->registration; }
 
-PF_Err Host::Impl::run(PF_Cmd cmd, void* extra, PF_LayerDef* output) {
+PF_Err Host::Impl::run(PF_Cmd cmd, void* extra, PF_LayerDef* output, PF_FilterProc entry) {
+  if (!entry) entry = module->effectMain();
   beforeCommand(cmd, extra);
   const bool smart = cmd == PF_Cmd_SMART_PRE_RENDER || cmd == PF_Cmd_SMART_RENDER;
   PF_ParamDef** params = smart ? nullptr : livePointers.data();
   PF_Err err = PF_Err_NONE;
   try {
     CurrentHost::Scope scope(this);
-    err = module->effectMain()(cmd, &in, &out, params, output, extra);
+    err = entry(cmd, &in, &out, params, output, extra);
   } catch (...) {
     afterCommand(cmd, extra, PF_Err_NONE, true);
     throw;
@@ -420,6 +424,11 @@ PF_Err Host::Impl::run(PF_Cmd cmd, void* extra, PF_LayerDef* output) {
 }
 
 PF_Err Host::send(PF_Cmd cmd, void* extra) { return impl_->run(cmd, extra); }
+
+PF_Err Host::sendTo(PF_FilterProc entry, PF_Cmd cmd, void* extra) {
+  if (!entry) throw std::invalid_argument("sendTo: no entry function");
+  return impl_->run(cmd, extra, nullptr, entry);
+}
 
 PF_Err Host::about() { return send(PF_Cmd_ABOUT); }
 PF_Err Host::globalSetup() { return send(PF_Cmd_GLOBAL_SETUP); }
@@ -490,6 +499,8 @@ void Host::setSequenceData(PF_Handle h) {
 
 const std::vector<char>& Host::flattenedSequenceData() const { return impl_->flattened; }
 
+void Host::presetOutSequenceData(PF_Handle sentinel) { impl_->outSequencePreset = sentinel; }
+
 const std::vector<AddedParam>& Host::addedParams() const { return impl_->added; }
 std::vector<PF_CustomUIInfo> Host::registeredUI() const { return impl_->ui; }
 
@@ -557,6 +568,7 @@ void Host::failCall(const std::string& fn, PF_Err err, int nth) {
   impl_->log.failCall(fn == "PluginDataCB" ? "PF_PluginDataCB" : fn, err, nth);
 }
 void Host::clearFailures() { impl_->log.clearFailures(); }
+int Host::failuresFired() const { return impl_->log.fired(); }
 
 const std::vector<HostCall>& Host::calls() const { return impl_->log.calls(); }
 

@@ -25,7 +25,11 @@ class CallLog {
   // Counts one call of `fn` and tells whether it must fail, and with what.
   std::optional<PF_Err> failure(const std::string& fn);
   void failCall(const std::string& fn, PF_Err err, int nth);
-  void clearFailures() { failures_.clear(); }
+  void clearFailures() {
+    failures_.clear();
+    fired_ = 0;
+  }
+  int fired() const { return fired_; }
   // A render's own log starts with the failures asked for so far, counted afresh.
   void copyFailures(const CallLog& from);
   void setRecording(bool on) { recording_ = on; }
@@ -41,6 +45,7 @@ class CallLog {
   };
   std::vector<HostCall> calls_;
   std::map<std::string, Failure> failures_;
+  int fired_ = 0;  // injected failures that happened since clearFailures
 };
 
 // The host's memory handles. A PF_Handle is the address of a block's master
@@ -197,6 +202,10 @@ struct RenderState {
   LentWorld* input = nullptr;
   int outputCheckouts = 0;
   bool preRendered = false;
+  // What the pre-render was made at; its smart render is of the same frame.
+  A_long preTime = 0, preStep = 0;
+  A_u_long preScale = 0;
+  Depth preDepth = Depth::Bits8;
 
   PF_Handle preRenderData = nullptr;  // the handle pre-render handed over, now the host's
   void* preRenderPointer = nullptr;   // or data the effect gave a delete function for
@@ -241,7 +250,9 @@ struct Host::Impl {
   void addBreak(const std::string& text);
 
   // Commands.
-  PF_Err run(PF_Cmd cmd, void* extra, PF_LayerDef* output = nullptr);
+  // Sends one command to `entry`, or to the module's EffectMain when null.
+  PF_Err run(PF_Cmd cmd, void* extra, PF_LayerDef* output = nullptr,
+             PF_FilterProc entry = nullptr);
   void beforeCommand(PF_Cmd cmd, void* extra);
   void afterCommand(PF_Cmd cmd, void* extra, PF_Err err, bool threw);
   void endOfCommandChecks();
@@ -305,6 +316,8 @@ struct Host::Impl {
   // kept readable until the next command starts, then disposed.
   PF_Handle flatCopy = nullptr;
   std::vector<char> flattened;
+  // out_data->sequence_data for the next command (presetOutSequenceData).
+  PF_Handle outSequencePreset = nullptr;
   A_long numParams = 0;
   Registration registration;
 

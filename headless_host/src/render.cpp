@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <ostream>
@@ -339,7 +340,9 @@ void Host::Impl::setLayerGeometry() {
   in.width = image->width;
   in.height = image->height;
   in.extent_hint = PF_LRect{0, 0, image->width, image->height};
-  in.total_time = static_cast<A_long>(layer->frameCount()) * in.time_step;
+  // A layer longer than 32-bit host time can say ends at its largest value.
+  const int64_t total = static_cast<int64_t>(layer->frameCount()) * in.time_step;
+  in.total_time = static_cast<A_long>(std::clamp<int64_t>(total, INT32_MIN, INT32_MAX));
 }
 
 PF_RenderRequest Host::Impl::wholeFrameRequest() {
@@ -363,6 +366,10 @@ PF_Err Host::Impl::preRender(const PF_RenderRequest* request) {
   fillPreRenderCallbacks(r.preCb);
   r.preExtra = PF_PreRenderExtra{&r.preIn, &r.preOut, &r.preCb};
   r.preRendered = true;
+  r.preTime = in.current_time;
+  r.preStep = in.time_step;
+  r.preScale = in.time_scale;
+  r.preDepth = r.depth;
   return run(PF_Cmd_SMART_PRE_RENDER, &r.preExtra);
 }
 
@@ -391,6 +398,11 @@ void Host::Impl::adoptPreRenderData() {
 PF_Err Host::Impl::smartRender() {
   RenderState& r = render;
   if (!r.preRendered) throw std::logic_error("smartRender() needs a preRender() first");
+  // A smart render is of the frame its pre-render prepared, whatever was set since.
+  in.current_time = r.preTime;
+  in.time_step = r.preStep;
+  in.time_scale = r.preScale;
+  r.depth = r.preDepth;
   const std::shared_ptr<const Clip>& layer = clipOf(0);
   const auto image =
       layer->frame(frameAt(*layer, in.current_time, in.time_step, in.time_scale), r.depth);

@@ -54,7 +54,10 @@ std::optional<PF_Err> CallLog::failure(const std::string& fn) {
   if (it == failures_.end()) return std::nullopt;
   Failure& f = it->second;
   ++f.seen;
-  if (f.nth == 0 || f.seen == f.nth) return f.err;
+  if (f.nth == 0 || f.seen == f.nth) {
+    ++fired_;
+    return f.err;
+  }
   return std::nullopt;
 }
 

@@ -64,20 +64,25 @@ namespace {
 // The `when` of the last single click on the header; all ones means none pending.
 A_u_long gLastHeaderClick = 0xFFFFFFFFu;
 
+PF_Err noSequenceBlock(PF_InData* in_data, PF_OutData* out_data) {
+  in_data->utils->ansi.strcpy(out_data->return_msg, "Internal Error");
+  out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;
+  return PF_Err_INTERNAL_STRUCT_DAMAGED;
+}
+
 PF_Err newSequenceBlock(PF_InData* in_data, PF_OutData* out_data) {
   PF_Handle h = in_data->utils->host_new_handle(SEQUENCE_BLOCK_SIZE);
-  if (!h) {
-    in_data->utils->ansi.strcpy(out_data->return_msg, "Internal Error");
-    out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;
-    return PF_Err_INTERNAL_STRUCT_DAMAGED;
+  if (!h) return noSequenceBlock(in_data, out_data);
+  void* block = in_data->utils->host_lock_handle(h);
+  if (!block) {
+    // A block that cannot be cleared is as good as none.
+    in_data->utils->host_dispose_handle(h);
+    return noSequenceBlock(in_data, out_data);
   }
+  std::memset(block, 0, SEQUENCE_BLOCK_SIZE);
+  in_data->utils->host_unlock_handle(h);
   out_data->sequence_data = h;
   out_data->flat_sdata_size = SEQUENCE_BLOCK_SIZE;
-  void* block = in_data->utils->host_lock_handle(h);
-  if (block) {
-    std::memset(block, 0, SEQUENCE_BLOCK_SIZE);
-  }
-  in_data->utils->host_unlock_handle(h);
   return PF_Err_NONE;
 }
 
@@ -91,8 +96,16 @@ PF_Err copySequenceBlock(PF_InData* in_data, PF_OutData* out_data, bool replace)
   PF_Handle flat = handles->host_new_handle(SEQUENCE_BLOCK_SIZE);
   if (!flat) return PF_Err_INTERNAL_STRUCT_DAMAGED;
   void* dst = handles->host_lock_handle(flat);
-  if (!dst) return PF_Err_NONE;
-  std::memcpy(dst, *in_data->sequence_data, SEQUENCE_BLOCK_SIZE);
+  if (!dst) {
+    // Nothing to hand over; the block stays as it is and the copy must not leak.
+    handles->host_dispose_handle(flat);
+    return PF_Err_NONE;
+  }
+  // A block kept from another version may be shorter: copy what it holds.
+  A_u_longlong held = handles->host_get_handle_size(in_data->sequence_data);
+  if (held > SEQUENCE_BLOCK_SIZE) held = SEQUENCE_BLOCK_SIZE;
+  std::memcpy(dst, *in_data->sequence_data, static_cast<size_t>(held));
+  std::memset(static_cast<char*>(dst) + held, 0, static_cast<size_t>(SEQUENCE_BLOCK_SIZE - held));
   if (replace) handles->host_dispose_handle(in_data->sequence_data);
   out_data->sequence_data = flat;
   handles->host_unlock_handle(flat);

@@ -16,6 +16,29 @@ constexpr int kHeaderBytes = kHeaderRowBytes * HEADER_IMAGE_HEIGHT;
 unsigned char g_headerPixels[kHeaderBytes];
 bool g_headerPrepared = false;
 
+// Gives back the Drawbot suites of a set that was only partly acquired, and
+// only those: releasing one never had would underflow the host's count.
+PF_Err releaseHeldDrawbotSuites(PF_InData* in_data, PF_OutData* out_data,
+                                const DRAWBOT_Suites& suites) {
+  const struct {
+    const void* suite;
+    const char* name;
+    int32_t version;
+  } held[] = {
+      {suites.drawbot_suiteP, kDRAWBOT_DrawSuite, kDRAWBOT_DrawSuite_Version1},
+      {suites.supplier_suiteP, kDRAWBOT_SupplierSuite, kDRAWBOT_SupplierSuite_Version1},
+      {suites.surface_suiteP, kDRAWBOT_SurfaceSuite, kDRAWBOT_SurfaceSuite_Version2},
+      {suites.path_suiteP, kDRAWBOT_PathSuite, kDRAWBOT_PathSuite_Version1},
+  };
+  PF_Err err = PF_Err_NONE;
+  for (const auto& s : held) {
+    if (!s.suite) continue;
+    const PF_Err released = AEFX_ReleaseSuite(in_data, out_data, s.name, s.version, nullptr);
+    if (!err) err = released;
+  }
+  return err;
+}
+
 }  // namespace
 
 // Defined in the source generated from the PNG.
@@ -38,6 +61,7 @@ PF_Err DrawHeaderImage(PF_InData* in_data, PF_OutData* out_data, PF_EventExtra* 
   DRAWBOT_SurfaceRef surface = nullptr;
 
   err = AEFX_AcquireDrawbotSuites(in_data, out_data, &drawbot);
+  const bool allSuites = !err;
   if (!err) {
     PF_EffectCustomUISuite1* customUI = nullptr;
     DRAWBOT_DrawRef drawing_ref = nullptr;
@@ -85,7 +109,8 @@ PF_Err DrawHeaderImage(PF_InData* in_data, PF_OutData* out_data, PF_EventExtra* 
     }
   }
 
-  const PF_Err released = AEFX_ReleaseDrawbotSuites(in_data, out_data);
+  const PF_Err released = allSuites ? AEFX_ReleaseDrawbotSuites(in_data, out_data)
+                                    : releaseHeldDrawbotSuites(in_data, out_data, drawbot);
   if (!err) err = released;
 
   if (!err) event->evt_out_flags = PF_EO_HANDLED_EVENT;

@@ -75,14 +75,23 @@ TEST_F(PluginTest, ClicksOnOtherControlsAreIgnored) {
   EXPECT_TRUE(aboutShown(h));
 }
 
-TEST_F(PluginTest, Api13_8GetsNoEventHandlingAtAll) {
+TEST_F(PluginTest, Api13_8GetsNoEventHandlingOnTheIndexItsOwnHeaderLookupGives) {
+  // Below 13.9 no header is added, so the effect's own lookup of the header id
+  // gives index 0: that is where an ungated handler would react.
   thost::Host& h = setUpEffect(App::AfterEffects, 13, 8);
+  for (const thost::AddedParam& p : h.addedParams()) ASSERT_NE(p.def.uu.id, 8);
+  constexpr PF_ParamIndex kLookedUp = 0;
   h.clearCalls();
-  ASSERT_EQ(h.click(1, 10), PF_Err_NONE);
-  ASSERT_EQ(h.click(1, 20), PF_Err_NONE);
+  h.clearSuiteCounts();
+  ASSERT_EQ(h.click(kLookedUp, 10), PF_Err_NONE);  // an early first click would be a double
   EXPECT_FALSE(aboutShown(h));
-  EXPECT_EQ(h.draw(1, PF_EA_PARAM_TITLE), PF_Err_NONE);
-  EXPECT_EQ(h.draw(1, PF_EA_CONTROL), PF_Err_NONE);
+  ASSERT_EQ(h.click(kLookedUp, 20), PF_Err_NONE);
+  EXPECT_FALSE(aboutShown(h));
+  ASSERT_EQ(h.draw(kLookedUp, PF_EA_PARAM_TITLE), PF_Err_NONE);
+  EXPECT_NE(h.lastEvent().evt_out_flags, PF_EO_HANDLED_EVENT);
+  ASSERT_EQ(h.draw(kLookedUp, PF_EA_CONTROL), PF_Err_NONE);
+  EXPECT_NE(h.lastEvent().evt_out_flags, PF_EO_HANDLED_EVENT);
+  EXPECT_EQ(h.acquireCount("DRAWBOT Draw Suite", 1), 0);
   EXPECT_TRUE(h.calls().empty());
 }
 

@@ -79,6 +79,24 @@ TEST_F(PluginTest, SetupWithoutMemoryReportsInternalError512) {
   EXPECT_EQ(h.callsTo("strcpy").size(), 1u);
 }
 
+TEST_F(PluginTest, SetupWhoseNewHandleCannotBeLockedIsAFailedAllocation) {
+  for (bool resetup : {false, true}) {
+    SCOPED_TRACE(resetup ? "resetup" : "setup");
+    thost::Host& h = setUpEffect();
+    const size_t live = h.liveHandleCount();
+    h.clearCalls();
+    h.failCall("host_lock_handle", 0, 1);
+    EXPECT_EQ(resetup ? h.sequenceResetup() : h.sequenceSetup(), PF_Err_INTERNAL_STRUCT_DAMAGED);
+    EXPECT_EQ(h.returnMessage(), "Internal Error");
+    EXPECT_TRUE(h.outData().out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE);
+    EXPECT_EQ(h.outData().sequence_data, nullptr);
+    EXPECT_EQ(h.sequenceData(), nullptr);
+    EXPECT_EQ(h.callsTo("host_dispose_handle").size(), 1u);
+    EXPECT_TRUE(h.callsTo("host_unlock_handle").empty());
+    EXPECT_EQ(h.liveHandleCount(), live);
+  }
+}
+
 TEST_F(PluginTest, ResetupKeepsAnExistingBlockUntouched) {
   thost::Host& h = setUpEffect();
   PF_Handle old = h.newHandle(77);
@@ -162,6 +180,22 @@ TEST_F(PluginTest, FlattenOfABlockWithANullMasterPointerSucceedsAndHandsNothingB
   EXPECT_EQ(h.outData().sequence_data, nullptr);
 }
 
+TEST_F(PluginTest, FlattenOfABlockWithANullMasterPointerLeavesOutDataUntouched) {
+  // The host zero-fills out_data; a sentinel shows whether the field was written.
+  thost::Host& h = setUpEffect();
+  PF_Handle empty = h.newEmptyHandle();
+  PF_Handle sentinel = h.newHandle(1);
+  h.setSequenceData(empty);
+  h.presetOutSequenceData(sentinel);
+  EXPECT_EQ(h.sequenceFlatten(), PF_Err_NONE);
+  EXPECT_EQ(h.outData().sequence_data, sentinel);
+  EXPECT_EQ(h.sequenceData(), empty);
+  h.presetOutSequenceData(sentinel);
+  EXPECT_EQ(h.getFlattenedSequenceData(), PF_Err_NONE);
+  EXPECT_EQ(h.outData().sequence_data, sentinel);
+  EXPECT_EQ(h.sequenceData(), empty);
+}
+
 TEST_F(PluginTest, FlattenCopiesTheBlockIntoANewHandleAndDisposesTheOld) {
   thost::Host& h = setUpEffect();
   ASSERT_EQ(h.sequenceSetup(), PF_Err_NONE);
@@ -181,8 +215,43 @@ TEST_F(PluginTest, FlattenCopiesTheBlockIntoANewHandleAndDisposesTheOld) {
   EXPECT_EQ(h.releaseCount("PF Handle Suite", 2), 1);
   EXPECT_EQ(fnNames(h.calls()),
             (std::vector<std::string>{"AcquireSuite", "host_new_handle", "host_lock_handle",
-                                      "host_dispose_handle", "host_unlock_handle",
-                                      "ReleaseSuite"}));
+                                      "host_get_handle_size", "host_dispose_handle",
+                                      "host_unlock_handle", "ReleaseSuite"}));
+  EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
+}
+
+TEST_F(PluginTest, FlattenOfAShorterBlockKeptByResetupCopiesWhatItHoldsAndZerosTheRest) {
+  // A project saved by another version: resetup keeps its block as it is.
+  for (bool flatten : {true, false}) {
+    SCOPED_TRACE(flatten ? "flatten" : "flattened copy");
+    thost::Host& h = setUpEffect();
+    PF_Handle old = h.newHandle(100);
+    fill(old, 100, 0x5B);
+    h.setSequenceData(old);
+    ASSERT_EQ(h.sequenceResetup(), PF_Err_NONE);
+    ASSERT_EQ(h.handleSize(old), 100u);
+    ASSERT_EQ(flatten ? h.sequenceFlatten() : h.getFlattenedSequenceData(), PF_Err_NONE);
+    PF_Handle flat = h.outData().sequence_data;
+    ASSERT_NE(flat, nullptr);
+    ASSERT_EQ(h.handleSize(flat), kBlock);
+    EXPECT_TRUE(sameBytes(flat, 100, 0x5B));
+    for (A_u_longlong i = 100; i < kBlock; ++i) ASSERT_EQ((*flat)[i], 0) << "byte " << i;
+    EXPECT_EQ(h.sequenceData(), flatten ? flat : old);
+    EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
+  }
+}
+
+TEST_F(PluginTest, FlattenOfALongerBlockKeptByResetupCopiesItsFirst3240Bytes) {
+  thost::Host& h = setUpEffect();
+  PF_Handle old = h.newHandle(5000);
+  fill(old, 5000, 0x6C);
+  h.setSequenceData(old);
+  ASSERT_EQ(h.sequenceResetup(), PF_Err_NONE);
+  ASSERT_EQ(h.sequenceFlatten(), PF_Err_NONE);
+  PF_Handle flat = h.outData().sequence_data;
+  ASSERT_NE(flat, nullptr);
+  ASSERT_EQ(h.handleSize(flat), kBlock);
+  EXPECT_TRUE(sameBytes(flat, kBlock, 0x6C));
   EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
 }
 
@@ -195,6 +264,31 @@ TEST_F(PluginTest, FlattenWithoutMemoryIs512) {
   EXPECT_TRUE(h.isLiveHandle(old));
   EXPECT_EQ(h.sequenceData(), old);
   EXPECT_EQ(h.acquireCount("PF Handle Suite", 2), h.releaseCount("PF Handle Suite", 2));
+  EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
+}
+
+TEST_F(PluginTest, FlattenWhoseNewHandleCannotBeLockedDisposesItAndKeepsTheBlock) {
+  thost::Host& h = setUpEffect();
+  ASSERT_EQ(h.sequenceSetup(), PF_Err_NONE);
+  PF_Handle old = h.sequenceData();
+  fill(old, kBlock, 0x29);
+  const size_t live = h.liveHandleCount();
+  for (bool flatten : {true, false}) {
+    SCOPED_TRACE(flatten ? "flatten" : "flattened copy");
+    h.clearCalls();
+    h.failCall("host_lock_handle", 0, 1);
+    EXPECT_EQ(flatten ? h.sequenceFlatten() : h.getFlattenedSequenceData(), PF_Err_NONE);
+    h.clearFailures();
+    EXPECT_EQ(h.outData().sequence_data, nullptr);
+    EXPECT_EQ(h.sequenceData(), old);
+    EXPECT_TRUE(sameBytes(old, kBlock, 0x29));
+    ASSERT_EQ(h.callsTo("host_new_handle").size(), 1u);
+    ASSERT_EQ(h.callsTo("host_dispose_handle").size(), 1u);
+    EXPECT_NE(h.callsTo("host_dispose_handle")[0].args, "#" + std::to_string(h.handleId(old)));
+    EXPECT_TRUE(h.callsTo("host_unlock_handle").empty());
+    EXPECT_EQ(h.liveHandleCount(), live);
+    EXPECT_TRUE(h.contractBreaks().empty()) << joined(h.contractBreaks());
+  }
   EXPECT_EQ(h.sequenceSetdown(), PF_Err_NONE);
 }
 

@@ -1,5 +1,6 @@
 // Suites, handles, sequence data, messages and failure injection: what the
 // host records and which contract breaks it reports, line for line.
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -71,12 +72,16 @@ TEST_F(FakeHost, AcquireSuiteCanBeMadeToFail) {
   host.failCall("AcquireSuite", kSPSuiteNotFoundError, 2);
   ASSERT_EQ(scenario("all_suites"), PF_Err_NONE);
   EXPECT_EQ(host.returnMessage(), "+-++++++");
+  EXPECT_EQ(host.failuresFired(), 1);
   host.failCall("AcquireSuite", kSPSuiteNotFoundError);
   ASSERT_EQ(scenario("all_suites"), PF_Err_NONE);
   EXPECT_EQ(host.returnMessage(), "--------");
+  EXPECT_EQ(host.failuresFired(), 9);
   host.clearFailures();
+  EXPECT_EQ(host.failuresFired(), 0);
   ASSERT_EQ(scenario("all_suites"), PF_Err_NONE);
   EXPECT_EQ(host.returnMessage(), "++++++++");
+  EXPECT_EQ(host.failuresFired(), 0);
   EXPECT_TRUE(breaks().empty());
 }
 
@@ -90,11 +95,37 @@ TEST_F(FakeHost, SuiteKeptPastTheCommandIsReportedOnce) {
   host.clearContractBreaks();
 }
 
-TEST_F(FakeHost, ReleasingASuiteNotHeldIsCountedButNotABreak) {
+TEST_F(FakeHost, ReleasingASuiteNotHeldIsCountedAndABreak) {
   ASSERT_EQ(scenario("release_unheld"), PF_Err_NONE);
   EXPECT_EQ(host.releaseCount("PF Handle Suite", 2), 1);
   EXPECT_EQ(host.acquireCount("PF Handle Suite", 2), 0);
-  EXPECT_TRUE(breaks().empty());
+  EXPECT_EQ(breaks(), (Breaks{kGeneral +
+                              "ReleaseSuite of \"PF Handle Suite\" version 2, which the effect "
+                              "does not hold"}));
+  host.clearContractBreaks();
+}
+
+namespace {
+// Effect code linked into the test: keeps a suite past the end of the command.
+PF_Err keepHandleSuite(PF_Cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*,
+                       void*) {
+  const void* suite = nullptr;
+  in->pica_basicP->AcquireSuite(kPFHandleSuite, 2, &suite);
+  std::snprintf(out->return_msg, sizeof out->return_msg, "%s", suite ? "held" : "none");
+  return PF_Err_INTERNAL_STRUCT_DAMAGED;
+}
+}  // namespace
+
+TEST_F(FakeHost, SendToRunsLinkedCodeWithTheHostsRecordsAndChecks) {
+  EXPECT_EQ(host.sendTo(keepHandleSuite, PF_Cmd_COMPLETELY_GENERAL),
+            PF_Err_INTERNAL_STRUCT_DAMAGED);
+  EXPECT_EQ(host.returnMessage(), "held");
+  EXPECT_EQ(host.calls(), (std::vector<HostCall>{{"AcquireSuite", "PF Handle Suite,2"}}));
+  EXPECT_EQ(breaks(), (Breaks{kGeneral +
+                              "suite \"PF Handle Suite\" version 2 still acquired at the end of the "
+                              "command (1 acquisition not released)"}));
+  host.clearContractBreaks();
+  EXPECT_THROW(host.sendTo(nullptr, PF_Cmd_ABOUT), std::invalid_argument);
 }
 
 TEST_F(FakeHost, ReleasingAnUnknownSuiteIsABreak) {
@@ -273,6 +304,20 @@ TEST_F(FakeHost, FlattenOfAnEmptyHandleLeavesTheInstanceAlone) {
   EXPECT_EQ(host.outData().sequence_data, nullptr);
   EXPECT_EQ(host.sequenceData(), h);
   EXPECT_TRUE(host.calls().empty());
+  EXPECT_TRUE(breaks().empty());
+}
+
+TEST_F(FakeHost, APresetOutSequenceDataLeftAloneIsNotTakenAndLastsOneCommand) {
+  startUp();
+  PF_Handle empty = host.newEmptyHandle();
+  PF_Handle sentinel = host.newHandle(1);
+  host.setSequenceData(empty);
+  host.presetOutSequenceData(sentinel);
+  ASSERT_EQ(host.sequenceFlatten(), PF_Err_NONE);
+  EXPECT_EQ(host.outData().sequence_data, sentinel);
+  EXPECT_EQ(host.sequenceData(), empty);
+  ASSERT_EQ(host.sequenceFlatten(), PF_Err_NONE);
+  EXPECT_EQ(host.outData().sequence_data, nullptr);
   EXPECT_TRUE(breaks().empty());
 }
 

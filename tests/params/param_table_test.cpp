@@ -223,3 +223,23 @@ TEST_F(PluginTest, AHeaderTheHostRefusesDoesNotStopTheSetup) {
   EXPECT_EQ(h.paramsSetup(), PF_Err_NONE);
   EXPECT_EQ(h.numParams(), 27);
 }
+
+TEST_F(PluginTest, AHeaderControlRefusedByAddParamIsSkippedAndStillCounted) {
+  thost::Host& h = makeHost();
+  ASSERT_EQ(h.globalSetup(), PF_Err_NONE);
+  h.failCall("add_param", PF_Err_OUT_OF_MEMORY, 1);
+  EXPECT_EQ(h.paramsSetup(), PF_Err_NONE);
+  // The refusal is not checked: no custom UI is asked for, every other
+  // control follows, and the count still includes the header.
+  ASSERT_EQ(h.callsTo("add_param").size(), 26u);
+  EXPECT_EQ(h.callsTo("add_param")[0].args, "8");
+  EXPECT_TRUE(h.callsTo("register_ui").empty());
+  EXPECT_TRUE(h.registeredUI().empty());
+  ASSERT_EQ(h.addedParams().size(), 25u);
+  EXPECT_EQ(h.addedParams()[0].def.uu.id, 1);
+  EXPECT_EQ(h.outData().num_params, 27);
+  // The host holds one control fewer than it was told, and says so.
+  expectBreaks_ = true;
+  ASSERT_EQ(h.contractBreaks().size(), 1u) << joined(h.contractBreaks());
+  EXPECT_NE(h.contractBreaks()[0].find("num_params is 27"), std::string::npos);
+}

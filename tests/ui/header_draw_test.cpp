@@ -297,10 +297,14 @@ TEST_F(HeaderDrawTest, EachMissingDrawbotSuiteFailsWithTheMessageAndReleasesEver
     EXPECT_EQ(h.acquireCount("PF Effect Custom UI Suite", 1), 0);
     EXPECT_TRUE(h.callsTo("NewImageFromBuffer").empty());
     EXPECT_EQ(firstDifference(h.surface(), panel(h.surface().width, h.surface().height)), "");
-    // Every suite that was had is given back; the release helper names all four.
+    // Exactly the suites that were had are given back: releasing one never
+    // acquired would take a real host's reference count below zero.
     for (int i = 0; i < 4; ++i) {
-      EXPECT_EQ(h.releaseCount(kDrawbotSuites[i], kDrawbotVersions[i]), 1);
+      EXPECT_EQ(h.releaseCount(kDrawbotSuites[i], kDrawbotVersions[i]), i < missing ? 1 : 0)
+          << kDrawbotSuites[i];
     }
+    expectSuitesBalanced(h);
+    EXPECT_TRUE(h.contractBreaks().empty()) << ui::joined(h.contractBreaks());
   }
 }
 
@@ -373,5 +377,63 @@ TEST_F(HeaderDrawTest, FailuresBeforeTheImageStopTheDrawingAndReleaseEverything)
     expectSuitesBalanced(h);
     EXPECT_EQ(h.releaseCount("PF Effect Custom UI Suite", 1), 1);
     EXPECT_EQ(h.releaseCount("DRAWBOT Path Suite", 1), 1);
+  }
+}
+
+namespace {
+
+// The drawing itself, called the way the event handler calls it but for any
+// area: its own frame rules are tested apart from the handler's filter.
+PF_Err drawHeaderDirectly(PF_Cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[],
+                          PF_LayerDef*, void* extra) {
+  return DrawHeaderImage(in_data, out_data, static_cast<PF_EventExtra*>(extra),
+                         HeaderImagePixels());
+}
+
+PF_EventExtra drawEvent(thost::Host& h, PF_ParamIndex index, PF_EffectArea area) {
+  PF_EventExtra e{};
+  e.contextH = h.contextHandle();
+  e.e_type = PF_Event_DRAW;
+  e.effect_win.index = index;
+  e.effect_win.area = area;
+  e.effect_win.current_frame = PF_LRect{0, 20, 320, 37};
+  e.effect_win.param_title_frame = PF_LRect{0, 0, 320, 17};
+  e.u.draw.update_rect = area == PF_EA_CONTROL ? e.effect_win.current_frame
+                                               : e.effect_win.param_title_frame;
+  return e;
+}
+
+}  // namespace
+
+TEST_F(HeaderDrawTest, OutsideItsOwnAreaTheDrawingDrawsNothingReleasesAllAndHandlesTheEvent) {
+  PrepareHeaderImage();
+  struct Case {
+    A_short minor;
+    PF_EffectArea area;
+    bool draws;
+  };
+  const Case cases[] = {
+      {23, PF_EA_PARAM_TITLE, false}, {23, PF_EA_NONE, false}, {23, PF_EA_CONTROL, true},
+      {28, PF_EA_CONTROL, false},     {28, PF_EA_NONE, false}, {28, PF_EA_PARAM_TITLE, true},
+      {22, PF_EA_CONTROL, false},     {24, PF_EA_CONTROL, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE("13." + std::to_string(c.minor) + " area " + std::to_string(c.area));
+    thost::Host& h = fresh(c.minor);
+    PF_EventExtra e = drawEvent(h, header_index_, c.area);
+    EXPECT_EQ(h.sendTo(drawHeaderDirectly, PF_Cmd_EVENT, &e), PF_Err_NONE);
+    EXPECT_EQ(e.evt_out_flags, PF_EO_HANDLED_EVENT);
+    EXPECT_EQ(h.callsTo("NewImageFromBuffer").size(), c.draws ? 1u : 0u);
+    EXPECT_EQ(h.callsTo("DrawImage").size(), c.draws ? 1u : 0u);
+    if (!c.draws) {
+      EXPECT_EQ(firstDifference(h.surface(), panel(h.surface().width, h.surface().height)), "");
+      EXPECT_TRUE(h.callsTo("ReleaseObject").empty());
+    }
+    for (int i = 0; i < 4; ++i) {
+      EXPECT_EQ(h.acquireCount(kDrawbotSuites[i], kDrawbotVersions[i]), 1) << kDrawbotSuites[i];
+    }
+    expectSuitesBalanced(h);
+    EXPECT_EQ(h.callsTo("GetSurface").size(), 1u);
+    EXPECT_TRUE(h.contractBreaks().empty()) << ui::joined(h.contractBreaks());
   }
 }

@@ -210,6 +210,10 @@ class Host {
   // parameter array is passed to every command except the SmartFX ones (null
   // there); `output` is null.
   PF_Err send(PF_Cmd cmd, void* extra = nullptr);
+  // The same, but the command goes to `entry` instead of the module's
+  // EffectMain: a test runs a piece of effect code linked into itself with the
+  // host's records, inside the host's scope and under the same checks.
+  PF_Err sendTo(PF_FilterProc entry, PF_Cmd cmd, void* extra = nullptr);
   PF_Err about();
   PF_Err globalSetup();
   PF_Err globalSetdown();
@@ -245,6 +249,10 @@ class Host {
   // returned (empty if none was). That handle is the host's: it stays live,
   // in outData().sequence_data, until the next command starts or finish().
   const std::vector<char>& flattenedSequenceData() const;
+  // For the next command only: out_data->sequence_data starts as `sentinel`
+  // instead of null, so a test can see whether the effect wrote the field.
+  // Left as it was, the field is not taken as a handle handed back.
+  void presetOutSequenceData(PF_Handle sentinel);
 
   // Parameters: what add_param received, and the host's live parameter array
   // (index 0 is the input layer) that UI commands pass to the effect.
@@ -293,6 +301,8 @@ class Host {
   // registration callback is "PF_PluginDataCB" ("PluginDataCB" is accepted too).
   void failCall(const std::string& fn, PF_Err err, int nth = 0);
   void clearFailures();
+  // How many injected failures have happened since the last clearFailures().
+  int failuresFired() const;
 
   // ---- Rendering, one command at a time.
   // Layers are clips the host holds: index 0 is the effect's own layer, any

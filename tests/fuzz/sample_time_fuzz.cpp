@@ -1,0 +1,46 @@
+// The sample-time mapping with arbitrary 32-bit host times, steps and scales,
+// any offset (NaN and infinities included), unit, edge mode and frame skip.
+// It must return, and for the three edge modes land inside [0, total_time)
+// whenever the layer has a duration. Other mode values hand the time on
+// unmapped, as the controls never produce them.
+#include "fuzz_input.h"
+#include "fuzz_targets.h"
+#include "time/layer_checkout.h"
+
+namespace fuzz {
+
+int sampleTimeOne(const uint8_t* data, size_t size) {
+  Input in(data, size);
+  PF_InData in_data{};
+  in_data.current_time = in.i32();
+  in_data.time_step = in.flag() ? in.range(-2, 3000) : in.i32();
+  in_data.total_time = in.flag() ? in.range(-2, 300000) : in.i32();
+  in_data.time_scale = in.flag() ? static_cast<A_u_long>(in.range(0, 240000)) : in.u32();
+  const int unitIsFrames = in.flag() ? 1 : 0;
+  double time;
+  switch (in.u8() % 4) {
+    case 0:
+      time = in.rawDouble();
+      break;
+    case 1:
+      time = static_cast<double>(in.range(1, 16)) * in.nearRangeDouble(-256.0, 256.0) *
+             (unitIsFrames ? static_cast<double>(in_data.time_step) : 1.0);
+      break;
+    case 2:
+      time = in.nearRangeDouble(-5.0, 5.0) * in.range(1, 16);
+      break;
+    default:
+      time = static_cast<double>(in.i32());
+      break;
+  }
+  const int edgeMode = in.flag() ? in.range(0, 2) : in.i32();
+  const double frameSkip = in.flag() ? -1.0 : in.nearRangeDouble(0.0, 30.0);
+
+  const A_long r = sampleTime(&in_data, time, unitIsFrames, edgeMode, frameSkip);
+  const bool mapped = edgeMode == EDGE_REPEAT_LAST || edgeMode == EDGE_WRAP || edgeMode == EDGE_MIRROR;
+  if (mapped && in_data.total_time > 0 && (r < 0 || r >= in_data.total_time))
+    fail("a mapped sample time lies outside the layer");
+  return 0;
+}
+
+}  // namespace fuzz
