@@ -22,6 +22,13 @@ const char* sampleName(SampleType t);
 // Leaves new elements uninitialised: every picture is written in full right
 // after it is made, and zero-filling megabytes per frame first costs as much
 // as the conversion itself.
+//
+// Every block also owns kPixelTailSlack bytes past its end: swscale's vector
+// code reads and writes whole vectors beyond the last row of a tightly packed
+// picture (60 bytes seen for an 8-pixel-wide frame), as FFmpeg's own buffers
+// are padded for.
+inline constexpr size_t kPixelTailSlack = 128;
+
 template <typename T>
 struct UninitAllocator : std::allocator<T> {
   template <typename U>
@@ -31,6 +38,8 @@ struct UninitAllocator : std::allocator<T> {
   UninitAllocator() = default;
   template <typename U>
   UninitAllocator(const UninitAllocator<U>&) {}
+  T* allocate(size_t n) { return std::allocator<T>::allocate(n + slack()); }
+  void deallocate(T* p, size_t n) { std::allocator<T>::deallocate(p, n + slack()); }
   template <typename U>
   void construct(U* p) noexcept {
     ::new (static_cast<void*>(p)) U;
@@ -39,6 +48,9 @@ struct UninitAllocator : std::allocator<T> {
   void construct(U* p, Args&&... args) {
     ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
   }
+
+ private:
+  static constexpr size_t slack() { return (kPixelTailSlack + sizeof(T) - 1) / sizeof(T); }
 };
 using PixelBytes = std::vector<uint8_t, UninitAllocator<uint8_t>>;
 

@@ -2,6 +2,8 @@
 // cache, options made from the host's controls, the JSON writer.
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <cstring>
 
 #include "controls.h"
@@ -60,6 +62,19 @@ TEST(PixelConversion, AutoDepthFollowsTheFile) {
   EXPECT_EQ(cli::autoDepth(SampleType::U8), thost::Depth::Bits8);
   EXPECT_EQ(cli::autoDepth(SampleType::U16), thost::Depth::Bits16);
   EXPECT_EQ(cli::autoDepth(SampleType::F32), thost::Depth::Float32);
+}
+
+// swscale writes up to 60 bytes past the last row of a tightly packed picture
+// (an 8-pixel-wide yuv420p frame into RGBA); without room there it overwrote
+// the next heap block. Under AddressSanitizer the usable size is the size asked.
+TEST(PixelMemory, EveryPictureOwnsRoomPastItsLastRow) {
+  for (const cli::SampleType t : {cli::SampleType::U8, cli::SampleType::U16, cli::SampleType::F32}) {
+    for (const int w : {1, 8, 17, 1920}) {
+      const cli::Picture p(w, 3, t);
+      EXPECT_GE(malloc_usable_size(const_cast<uint8_t*>(p.data.data())), p.data.size() + 64)
+          << cli::sampleName(t) << " " << w;
+    }
+  }
 }
 
 TEST(MediaNames, KindsAndSequenceNumbers) {
