@@ -231,14 +231,17 @@ class VideoSource : public FrameSource {
   Picture toPicture(const AVFrame* f) {
     const AVPixelFormat dst = deep_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA;
     const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
-    SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, f->width, f->height,
+    // A stream may change size mid-way (or a damaged one claim another size):
+    // every frame is scaled to the size the stream announced, as ffmpeg does.
+    SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, width_, height_,
                                          dst, kSwsFlags,
                                          nullptr, nullptr, nullptr);
     sws_.reset(s);
     if (!s) throw MediaError(path_ + ": cannot convert its pixel format");
     setColorDetails(s, src, dst, f->colorspace != AVCOL_SPC_UNSPECIFIED ? f->colorspace : tags_.colorSpace,
                     f->color_range != AVCOL_RANGE_UNSPECIFIED ? f->color_range : tags_.colorRange);
-    Picture p(f->width, f->height, deep_ ? SampleType::U16 : SampleType::U8);
+    if (f->width <= 0 || f->height <= 0) throw MediaError(path_ + ": a decoded frame has no pixels");
+    Picture p(width_, height_, deep_ ? SampleType::U16 : SampleType::U8);
     uint8_t* dstData[4] = {p.data.data(), nullptr, nullptr, nullptr};
     int dstStride[4] = {static_cast<int>(p.rowBytes()), 0, 0, 0};
     sws_scale(s, f->data, f->linesize, 0, f->height, dstData, dstStride);
