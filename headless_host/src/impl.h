@@ -175,6 +175,7 @@ struct LentWorld {
   Depth depth = Depth::Bits8;
   LentWorldInfo info;
   std::shared_ptr<const Image> source;  // the clip frame a layer world was copied from
+  bool borrowed = false;                // over a clip frame's or an image's own memory
 
   static constexpr uint8_t kGuard = 0xCD;
 };
@@ -211,6 +212,7 @@ struct RenderState {
   void* preRenderPointer = nullptr;   // or data the effect gave a delete function for
   PF_DeletePreRenderDataFunc deletePreRenderData = nullptr;
   Image* into = nullptr;              // caller's picture the output starts from and goes to
+  std::unique_ptr<Image> ownOutput;   // the output image made for a borrowed output world
   PF_PreRenderInput preIn{};
   PF_PreRenderOutput preOut{};
   PF_PreRenderCallbacks preCb{};

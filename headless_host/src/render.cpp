@@ -20,7 +20,17 @@ Image::Image(int w, int h, Depth d)
       height(h),
       depth(d),
       rowbytes(static_cast<std::ptrdiff_t>(w) * bytesPerPixel(d)),
-      pixels(static_cast<size_t>(rowbytes) * static_cast<size_t>(h > 0 ? h : 0)) {}
+      pixels(static_cast<size_t>(rowbytes) * static_cast<size_t>(h > 0 ? h : 0), uint8_t{0}) {}
+
+Image Image::unfilled(int w, int h, Depth d) {
+  Image img;
+  img.width = w;
+  img.height = h;
+  img.depth = d;
+  img.rowbytes = static_cast<std::ptrdiff_t>(w) * bytesPerPixel(d);
+  img.pixels.resize(static_cast<size_t>(img.rowbytes) * static_cast<size_t>(h > 0 ? h : 0));
+  return img;
+}
 
 bool Image::operator==(const Image& o) const {
   if (width != o.width || height != o.height || depth != o.depth || originX != o.originX ||
@@ -150,8 +160,11 @@ A_long announcedFormat(const std::vector<PrPixelFormat>& announced, Depth depth)
 
 }  // namespace
 
+// A world of its own memory, or (with `borrowed`, guards off only) one over
+// memory the caller keeps alive for the render.
 static LentWorld* makeLent(Host::Impl& h, int width, int height, A_long originX, A_long originY,
-                           const LentWorldInfo& info) {
+                           const LentWorldInfo& info, uint8_t* borrowed = nullptr,
+                           std::ptrdiff_t borrowedRowbytes = 0) {
   const Depth depth = h.render.depth;
   const int bpp = bytesPerPixel(depth);
   auto w = std::make_unique<LentWorld>();
@@ -159,22 +172,29 @@ static LentWorld* makeLent(Host::Impl& h, int width, int height, A_long originX,
   w->depth = depth;
   w->rowUsed = static_cast<size_t>(width) * static_cast<size_t>(bpp);
   // Rows padded by three pixels: a stride taken from width instead of rowbytes shows.
-  const size_t rowbytes = w->rowUsed + (guard ? 3u * static_cast<size_t>(bpp) : 0u);
-  w->lead = guard ? kGuardBytes : 0;
-  w->blockBytes = 2 * w->lead + rowbytes * static_cast<size_t>(height);
-  w->pool = h.blockPool;
-  w->block = h.blockPool->take(w->blockBytes);
-  if (!w->block) return nullptr;
-  // Guards and row padding get the guard pattern; the caller writes every pixel.
-  uint8_t* const b = w->block.get();
-  std::memset(b, LentWorld::kGuard, w->lead);
-  std::memset(b + w->blockBytes - w->lead, LentWorld::kGuard, w->lead);
-  if (rowbytes > w->rowUsed)
-    for (int y = 0; y < height; ++y)
-      std::memset(b + w->lead + static_cast<size_t>(y) * rowbytes + w->rowUsed, LentWorld::kGuard,
-                  rowbytes - w->rowUsed);
+  size_t rowbytes = w->rowUsed + (guard ? 3u * static_cast<size_t>(bpp) : 0u);
+  uint8_t* data = borrowed;
+  if (borrowed) {
+    rowbytes = static_cast<size_t>(borrowedRowbytes);
+    w->borrowed = true;
+  } else {
+    w->lead = guard ? kGuardBytes : 0;
+    w->blockBytes = 2 * w->lead + rowbytes * static_cast<size_t>(height);
+    w->pool = h.blockPool;
+    w->block = h.blockPool->take(w->blockBytes);
+    if (!w->block) return nullptr;
+    // Guards and row padding get the guard pattern; the caller writes every pixel.
+    uint8_t* const b = w->block.get();
+    std::memset(b, LentWorld::kGuard, w->lead);
+    std::memset(b + w->blockBytes - w->lead, LentWorld::kGuard, w->lead);
+    if (rowbytes > w->rowUsed)
+      for (int y = 0; y < height; ++y)
+        std::memset(b + w->lead + static_cast<size_t>(y) * rowbytes + w->rowUsed, LentWorld::kGuard,
+                    rowbytes - w->rowUsed);
+    data = b + w->lead;
+  }
   PF_EffectWorld& world = w->world;
-  world.data = reinterpret_cast<PF_PixelPtr>(w->block.get() + w->lead);
+  world.data = reinterpret_cast<PF_PixelPtr>(data);
   world.rowbytes = static_cast<A_long>(rowbytes);
   world.width = width;
   world.height = height;
@@ -205,6 +225,14 @@ LentWorld* Host::Impl::lendFrame(const Clip& clip, int frame, LentWorldInfo info
       image->pixels.size() < static_cast<size_t>(image->rowbytes) * static_cast<size_t>(image->height))
     throw std::runtime_error("clip frame " + std::to_string(frame) +
                              " is missing, malformed or not in the render depth");
+  if (!render.guardWorlds) {
+    // Nothing checks what the effect does to a layer world here: lend the
+    // frame itself, read-only by contract, instead of a copy.
+    LentWorld* w = makeLent(*this, image->width, image->height, image->originX, image->originY, info,
+                            const_cast<uint8_t*>(image->pixels.data()), image->rowbytes);
+    w->source = image;
+    return w;
+  }
   LentWorld* w = makeLent(*this, image->width, image->height, image->originX, image->originY, info);
   if (!w) return nullptr;
   auto* base = reinterpret_cast<uint8_t*>(w->world.data);
@@ -218,6 +246,20 @@ LentWorld* Host::Impl::lendFrame(const Clip& clip, int frame, LentWorldInfo info
 LentWorld* Host::Impl::lendOutput(int width, int height, A_long originX, A_long originY) {
   LentWorldInfo info;
   info.kind = LentWorldInfo::Kind::Output;
+  if (!render.guardWorlds) {
+    // Unchecked: the effect renders straight into the caller's image, or into
+    // one the result takes over, with no fill and no copy on the way out.
+    if (!render.into) {
+      render.ownOutput = std::make_unique<Image>(Image::unfilled(width, height, render.depth));
+      render.ownOutput->originX = originX;
+      render.ownOutput->originY = originY;
+    }
+    Image& target = render.into ? *render.into : *render.ownOutput;
+    LentWorld* w = makeLent(*this, width, height, originX, originY, info, target.pixels.data(),
+                            target.rowbytes);
+    render.output = w;
+    return w;
+  }
   LentWorld* w = makeLent(*this, width, height, originX, originY, info);
   if (!w) return nullptr;
   auto* base = reinterpret_cast<uint8_t*>(w->world.data);
@@ -319,6 +361,7 @@ void Host::Impl::beginRender() {
   r.requested.clear();
   r.notices.clear();
   r.output = nullptr;
+  r.ownOutput.reset();
   r.input = nullptr;
   r.outputCheckouts = 0;
   r.preRendered = false;
@@ -679,7 +722,10 @@ RenderResult RenderHost::render(const RenderRequest& request) const {
     result.err = d.preRender(nullptr);
     if (result.err == PF_Err_NONE) result.err = d.smartRender();
   }
-  if (r.output) {
+  if (r.output && r.output->borrowed) {
+    // The effect wrote into the caller's image or the one made for the result.
+    if (!request.into && r.ownOutput) result.output = std::move(*r.ownOutput);
+  } else if (r.output) {
     if (request.into) {
       Image out = imageOf(r.output->world, r.depth);
       for (int y = 0; y < out.height; ++y)

@@ -3,6 +3,8 @@
 // the legacy render, "Align", and eight frames rendered at once.
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include <cstring>
 #include <thread>
 
@@ -303,6 +305,56 @@ TEST_F(PluginRenderHostTest, PremiereFramesRenderedAtOnceEqualSerialOnes) {
   RenderHost host(o);
   for (Depth d : {Depth::Bits8, Depth::Bits16, Depth::Float32}) expectConcurrentEqualsSerial(host, d, 1);
   EXPECT_TRUE(host.finalBreaks().empty()) << firstOf(host.finalBreaks());
+}
+
+// Without guards the host lends the clip frames' own memory and renders
+// straight into the caller's image (or the one the result takes over): the
+// pictures are the checked host's, and the clip frames are left as they were.
+TEST_F(PluginRenderHostTest, UncheckedHostLendsFramesInPlaceAndRendersTheSamePictures) {
+  const Depth depths[] = {Depth::Bits8, Depth::Bits16, Depth::Float32};
+  for (thost::App app : {thost::App::AfterEffects, thost::App::PremierePro}) {
+    SCOPED_TRACE("app " + std::to_string(static_cast<int>(app)));
+    // One host at a time: hosts alive together share the loaded module.
+    std::map<std::pair<int, int>, thost::Image> wanted;
+    {
+      RenderHost::Options o;
+      o.app = app;
+      RenderHost checked(o);
+      for (Depth d : depths)
+        for (int k = 1; k <= 3; ++k) {
+          RenderResult r = checked.render(request(k, d));
+          ASSERT_EQ(r.err, PF_Err_NONE);
+          wanted[{static_cast<int>(d), k}] = std::move(r.output);
+        }
+    }
+    RenderHost::Options o;
+    o.app = app;
+    o.guardWorlds = false;
+    RenderHost unchecked(o);
+    for (Depth d : depths) {
+      std::vector<thost::Image> before;
+      for (int f = 0; f < kLayerFrames; ++f) before.push_back(*layer->frame(f, d));
+      for (int k = 1; k <= 3; ++k) {
+        SCOPED_TRACE("depth " + std::to_string(static_cast<int>(d)) + " frame " + std::to_string(k));
+        const thost::Image& want = wanted.at({static_cast<int>(d), k});
+        const RenderResult made = unchecked.render(request(k, d));
+        ASSERT_EQ(made.err, PF_Err_NONE);
+        EXPECT_TRUE(made.breaks.empty()) << firstOf(made.breaks);
+        EXPECT_EQ(made.output, want);
+        thost::Image into = thost::Image::unfilled(want.width, want.height, d);
+        into.originX = want.originX;
+        into.originY = want.originY;
+        thost::RenderRequest req = request(k, d);
+        req.into = &into;
+        const RenderResult intoResult = unchecked.render(req);
+        ASSERT_EQ(intoResult.err, PF_Err_NONE);
+        EXPECT_EQ(intoResult.output.pixels.size(), 0u);
+        EXPECT_EQ(into, want);
+      }
+      for (int f = 0; f < kLayerFrames; ++f) EXPECT_EQ(*layer->frame(f, d), before[f]) << "frame " << f;
+    }
+    EXPECT_TRUE(unchecked.finalBreaks().empty()) << firstOf(unchecked.finalBreaks());
+  }
 }
 
 TEST_F(PluginRenderHostTest, AlignSnapsBlockSizesToTheLayer) {

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "thost/host.h"
@@ -24,6 +25,36 @@ enum class Depth { Bits8 = 8, Bits16 = 16, Float32 = 32 };
 
 inline int bytesPerPixel(Depth d) { return d == Depth::Bits8 ? 4 : d == Depth::Bits16 ? 8 : 16; }
 
+// Pixel memory that is not cleared when it grows (a frame about to be written
+// in full is not zero-filled first), and that owns kPixelTailRoom bytes past
+// its end: vector code such as swscale's reads and writes whole vectors beyond
+// the last row of a tightly packed picture.
+inline constexpr std::size_t kPixelTailRoom = 128;
+template <typename T>
+struct PixelAllocator : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = PixelAllocator<U>;
+  };
+  PixelAllocator() = default;
+  template <typename U>
+  PixelAllocator(const PixelAllocator<U>&) {}
+  T* allocate(std::size_t n) { return std::allocator<T>::allocate(n + room()); }
+  void deallocate(T* p, std::size_t n) { std::allocator<T>::deallocate(p, n + room()); }
+  template <typename U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <typename U, typename... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+
+ private:
+  static constexpr std::size_t room() { return (kPixelTailRoom + sizeof(T) - 1) / sizeof(T); }
+};
+using PixelStore = std::vector<uint8_t, PixelAllocator<uint8_t>>;
+
 // One picture in host pixels: `height` rows of `rowbytes` bytes each (at least
 // width * bytesPerPixel), ARGB, with its origin in layer coordinates.
 struct Image {
@@ -31,10 +62,12 @@ struct Image {
   Depth depth = Depth::Bits8;
   A_long originX = 0, originY = 0;
   std::ptrdiff_t rowbytes = 0;
-  std::vector<uint8_t> pixels;
+  PixelStore pixels;
 
   Image() = default;
   Image(int w, int h, Depth d);  // tightly packed, zero-filled
+  // Tightly packed and not cleared: for a picture that is written in full next.
+  static Image unfilled(int w, int h, Depth d);
   uint8_t* row(int y) { return pixels.data() + y * rowbytes; }
   const uint8_t* row(int y) const { return pixels.data() + y * rowbytes; }
   bool operator==(const Image& o) const;  // same geometry and the same pixels (row padding ignored)
@@ -96,6 +129,8 @@ struct RenderRequest {
   TimeBase time;
   // Where the output goes: null lets the host make it the size and origin of
   // the layer's frame k. A caller-provided image must match that size and depth.
+  // With world guards off the host lends the effect the clip frames' and this
+  // image's own memory instead of copies.
   Image* into = nullptr;
 };
 
