@@ -8,12 +8,12 @@ SourceClip::SourceClip(std::unique_ptr<FrameSource> source, size_t cacheBytes)
     : source_(std::move(source)), frames_(source_->frameCount()), capacity_(cacheBytes) {
   // Frames a video decodes on its way to another are kept: a sequential
   // render asks for them next.
-  source_->onSideFrame = [this](int k, Picture&& p) {
-    if (k < 0 || k >= frames_) return;
+  source_->onSideFrame = [this](int k, thost::Image&& image) {
+    if (k < 0 || k >= frames_ || image.depth != sideDepth_) return;
     const Key key{k, static_cast<int>(sideDepth_)};
     if (lookup(key)) return;
     ++decodes_;
-    insert(key, std::make_shared<const thost::Image>(toHost(p, sideDepth_)));
+    insert(key, std::make_shared<const thost::Image>(std::move(image)));
   };
 }
 
@@ -50,9 +50,8 @@ std::shared_ptr<const thost::Image> SourceClip::frame(int k, thost::Depth depth)
   std::lock_guard<std::mutex> lock(sourceMutex_);
   if (auto hit = lookup(key)) return hit;  // decoded while this thread waited
   sideDepth_ = depth;
-  Picture p = source_->read(k);
+  auto image = std::make_shared<const thost::Image>(source_->readHost(k, depth));
   ++decodes_;
-  auto image = std::make_shared<const thost::Image>(toHost(p, depth));
   insert(key, image);
   return image;
 }

@@ -210,7 +210,6 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     ss.wholeClip = first == 0 && last == total - 1;
   }
   std::unique_ptr<FrameSink> sink = openSink(ss);
-  const SampleType outType = sink->sampleType();
   const bool discard = outKind == MediaKind::Null;
 
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
@@ -221,7 +220,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
 
   struct Rendered {
     int k = 0;
-    std::shared_ptr<Picture> picture;
+    std::shared_ptr<thost::Image> image;
   };
   // Frames enter in order (the decode of frame k overlaps renders of earlier
   // ones), render on any thread, and leave in order for the writer.
@@ -250,11 +249,11 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                                                                        ": host contract broken: " + r.breaks.front());
                                             // null: discards, so the frame is not converted either.
                                             if (discard) return Rendered{k, nullptr};
-                                            return Rendered{k, std::make_shared<Picture>(fromHost(r.output, outType))};
+                                            return Rendered{k, std::make_shared<thost::Image>(std::move(r.output))};
                                           }) &
           tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
             if (interruptFlag.load()) return;
-            if (r.picture) sink->write(*r.picture);
+            if (r.image) sink->writeHost(*r.image);
             progress.tick();
           }));
   if (interruptFlag.load()) throw Interrupted{};

@@ -58,9 +58,13 @@ class FrameSource {
   // Size of frame k without decoding it where the format allows.
   virtual std::pair<int, int> frameSize(int k) const = 0;
   virtual Picture read(int k) = 0;
-  // Frames decoded on the way to another (videos decoding forward from a key
-  // frame) are handed here when set, so a cache can keep them.
-  std::function<void(int, Picture&&)> onSideFrame;
+  // Frame k in host pixels of the given depth, converted by the host rules;
+  // a source that can decode straight into them (8-bit video) does so.
+  virtual thost::Image readHost(int k, thost::Depth depth) { return toHost(read(k), depth); }
+  // Frames readHost() decodes on the way to another (videos decoding forward
+  // from a key frame), in the depth asked, are handed here when set, so a
+  // cache can keep them.
+  std::function<void(int, thost::Image&&)> onSideFrame;
 };
 
 std::unique_ptr<FrameSource> openSource(const std::string& path);
@@ -89,6 +93,9 @@ class FrameSink {
   // The sample type write() takes (from the host depth and what the format holds).
   virtual SampleType sampleType() const = 0;
   virtual void write(const Picture& picture) = 0;
+  // A rendered host picture; a sink that can convert straight from host
+  // pixels (8-bit video) does so.
+  virtual void writeHost(const thost::Image& image) { write(fromHost(image, sampleType())); }
   virtual void commit() = 0;
 };
 

@@ -130,6 +130,7 @@ class VideoSource : public FrameSource {
     frames_ = countFrames();
     if (frames_ <= 0) throw MediaError(path + ": video stream has no frames");
     frame_.reset(av_frame_alloc());
+    last_.reset(av_frame_alloc());
     packet_.reset(av_packet_alloc());
   }
 
@@ -140,28 +141,38 @@ class VideoSource : public FrameSource {
   std::pair<int, int> frameSize(int) const override { return {width_, height_}; }
 
   Picture read(int k) override {
+    return readAs<Picture>(k, [this](const AVFrame* f) { return toPicture(f); }, nullptr);
+  }
+
+  thost::Image readHost(int k, thost::Depth depth) override {
+    return readAs<thost::Image>(k, [this, depth](const AVFrame* f) { return toHostImage(f, depth); },
+                                &onSideFrame);
+  }
+
+ private:
+  static constexpr int kForwardWindow = 48;
+
+  // Frame k converted by `convert`; frames decoded on the way go to `side`.
+  template <typename Out, typename Convert>
+  Out readAs(int k, Convert convert, const std::function<void(int, Out&&)>* side) {
     // Decoding forward is cheaper than a seek for frames a little ahead.
     const bool ahead = next_ >= 0 && k >= next_ && k < next_ + kForwardWindow;
     if (!ahead) seekTo(k);
     for (int attempt = 0;; ++attempt) {
-      Picture p;
       int index = -1;
-      while (decodeNext(p, index)) {
-        if (index == k) return p;
+      while (decodeNext(index)) {
+        if (index == k) return convert(last_.get());
         if (index > k) break;  // the seek landed past the frame: go back further
-        if (onSideFrame) onSideFrame(index, std::move(p));
+        if (side && *side) (*side)(index, convert(last_.get()));
       }
       if (index < 0 || attempt == 3) {
         // The stream ended first: its count was an estimate. Serve the last frame.
-        if (!last_.data.empty()) return last_;
+        if (haveLast_) return convert(last_.get());
         throw MediaError(path_ + ": cannot decode frame " + std::to_string(k));
       }
       seekTo(k - (attempt + 1) * 64);
     }
   }
-
- private:
-  static constexpr int kForwardWindow = 48;
 
   int countFrames() {
     AVStream* st = fmt_->streams[stream_];
@@ -193,8 +204,8 @@ class VideoSource : public FrameSource {
     next_ = -1;
   }
 
-  // Decodes the next frame in presentation order; false at the end.
-  bool decodeNext(Picture& out, int& index) {
+  // Decodes the next frame in presentation order into last_; false at the end.
+  bool decodeNext(int& index) {
     for (;;) {
       int err = avcodec_receive_frame(dec_.get(), frame_.get());
       if (err == 0) {
@@ -202,10 +213,14 @@ class VideoSource : public FrameSource {
         if (pts == AV_NOPTS_VALUE) pts = frame_->pts;
         index = pts == AV_NOPTS_VALUE ? next_ : indexOf(pts);
         if (index < 0) index = 0;
-        out = toPicture(frame_.get());
-        av_frame_unref(frame_.get());
+        if (frame_->width <= 0 || frame_->height <= 0) {
+          av_frame_unref(frame_.get());
+          throw MediaError(path_ + ": a decoded frame has no pixels");
+        }
+        av_frame_unref(last_.get());
+        av_frame_move_ref(last_.get(), frame_.get());
+        haveLast_ = true;
         next_ = index + 1;
-        last_ = out;
         return true;
       }
       if (err == AVERROR_EOF) return false;
@@ -228,24 +243,51 @@ class VideoSource : public FrameSource {
     }
   }
 
+  // 8-bit video converts to ARGB, also on its way to an RGBA picture:
+  // swscale's vector converter to RGBA leaves the last pixels of rows whose
+  // width is not a multiple of 16 unwritten, its converter to ARGB writes
+  // every pixel (and saves the reordering pass into host pixels).
   Picture toPicture(const AVFrame* f) {
-    const AVPixelFormat dst = deep_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA;
+    if (!deep_) return fromHost(toArgb(f), SampleType::U8);
     const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
     // A stream may change size mid-way (or a damaged one claim another size):
     // every frame is scaled to the size the stream announced, as ffmpeg does.
     SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, width_, height_,
-                                         dst, kSwsFlags,
-                                         nullptr, nullptr, nullptr);
+                                         AV_PIX_FMT_RGBA64LE, kSwsFlags, nullptr, nullptr, nullptr);
     sws_.reset(s);
     if (!s) throw MediaError(path_ + ": cannot convert its pixel format");
-    setColorDetails(s, src, dst, f->colorspace != AVCOL_SPC_UNSPECIFIED ? f->colorspace : tags_.colorSpace,
-                    f->color_range != AVCOL_RANGE_UNSPECIFIED ? f->color_range : tags_.colorRange);
-    if (f->width <= 0 || f->height <= 0) throw MediaError(path_ + ": a decoded frame has no pixels");
-    Picture p(width_, height_, deep_ ? SampleType::U16 : SampleType::U8);
+    setColorDetails(s, src, AV_PIX_FMT_RGBA64LE, frameSpace(f), frameRange(f));
+    Picture p(width_, height_, SampleType::U16);
     uint8_t* dstData[4] = {p.data.data(), nullptr, nullptr, nullptr};
     int dstStride[4] = {static_cast<int>(p.rowBytes()), 0, 0, 0};
     sws_scale(s, f->data, f->linesize, 0, f->height, dstData, dstStride);
     return p;
+  }
+
+  thost::Image toArgb(const AVFrame* f) {
+    const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
+    SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, width_, height_,
+                                         AV_PIX_FMT_ARGB, kSwsFlags, nullptr, nullptr, nullptr);
+    sws_.reset(s);
+    if (!s) throw MediaError(path_ + ": cannot convert its pixel format");
+    setColorDetails(s, src, AV_PIX_FMT_ARGB, frameSpace(f), frameRange(f));
+    thost::Image image = thost::Image::unfilled(width_, height_, thost::Depth::Bits8);
+    uint8_t* dstData[4] = {image.pixels.data(), nullptr, nullptr, nullptr};
+    int dstStride[4] = {static_cast<int>(image.rowbytes), 0, 0, 0};
+    sws_scale(s, f->data, f->linesize, 0, f->height, dstData, dstStride);
+    return image;
+  }
+
+  thost::Image toHostImage(const AVFrame* f, thost::Depth depth) {
+    if (!deep_ && depth == thost::Depth::Bits8) return toArgb(f);
+    return toHost(toPicture(f), depth);
+  }
+
+  int frameSpace(const AVFrame* f) const {
+    return f->colorspace != AVCOL_SPC_UNSPECIFIED ? f->colorspace : tags_.colorSpace;
+  }
+  int frameRange(const AVFrame* f) const {
+    return f->color_range != AVCOL_RANGE_UNSPECIFIED ? f->color_range : tags_.colorRange;
   }
 
   std::string path_;
@@ -263,7 +305,8 @@ class VideoSource : public FrameSource {
   int width_ = 0, height_ = 0, frames_ = 0;
   int next_ = -1;  // index the decoder produces next; -1 after a seek
   bool eof_ = false;
-  Picture last_;
+  FramePtr last_;  // the frame decoded last, served again when a stream ends early
+  bool haveLast_ = false;
 };
 
 // The encoders a container gets by default, and their pixel formats.
@@ -346,19 +389,23 @@ class VideoSink : public FrameSink {
 
   void write(const Picture& p) override {
     if (!opened_) open(p.width, p.height);
-    if (p.width != width_ || p.height != height_)
-      throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
-    FramePtr frame(av_frame_alloc());
-    frame->format = pixfmt_;
-    frame->width = width_;
-    frame->height = height_;
-    int err = av_frame_get_buffer(frame.get(), 0);
-    if (err < 0) throw MediaError(s_.path + ": out of memory for a frame");
-    const uint8_t* srcData[4] = {p.data.data(), nullptr, nullptr, nullptr};
-    const int srcStride[4] = {static_cast<int>(p.rowBytes()), 0, 0, 0};
-    sws_scale(sws_.get(), srcData, srcStride, 0, height_, frame->data, frame->linesize);
-    frame->pts = pts_++;
-    encode(frame.get());
+    encodeFrom(p.width, p.height, p.data.data(), p.rowBytes(), sws_.get());
+  }
+
+  // 8-bit host pixels go to swscale as ARGB, without a reordered copy first.
+  void writeHost(const thost::Image& image) override {
+    if (image.depth != thost::Depth::Bits8 || deepInput_) return FrameSink::writeHost(image);
+    if (!opened_) open(image.width, image.height);
+    if (!swsHost_) {
+      swsHost_.reset(sws_getContext(width_, height_, AV_PIX_FMT_ARGB, width_, height_, pixfmt_, kSwsFlags,
+                                    nullptr, nullptr, nullptr));
+      if (!swsHost_) throw MediaError(s_.path + ": cannot convert frames for the encoder");
+      const VideoTags t = s_.tags.value_or(VideoTags{});
+      setColorDetails(swsHost_.get(), AV_PIX_FMT_ARGB, pixfmt_, t.colorSpace,
+                      isRgbFormat(pixfmt_) ? AVCOL_RANGE_JPEG : t.colorRange);
+    }
+    encodeFrom(image.width, image.height, image.pixels.data(), static_cast<size_t>(image.rowbytes),
+               swsHost_.get());
   }
 
   void commit() override {
@@ -379,6 +426,22 @@ class VideoSink : public FrameSink {
   }
 
  private:
+  void encodeFrom(int width, int height, const uint8_t* pixels, size_t rowBytes, SwsContext* sws) {
+    if (width != width_ || height != height_)
+      throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
+    FramePtr frame(av_frame_alloc());
+    frame->format = pixfmt_;
+    frame->width = width_;
+    frame->height = height_;
+    int err = av_frame_get_buffer(frame.get(), 0);
+    if (err < 0) throw MediaError(s_.path + ": out of memory for a frame");
+    const uint8_t* srcData[4] = {pixels, nullptr, nullptr, nullptr};
+    const int srcStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
+    sws_scale(sws, srcData, srcStride, 0, height_, frame->data, frame->linesize);
+    frame->pts = pts_++;
+    encode(frame.get());
+  }
+
   void open(int width, int height) {
     width_ = width;
     height_ = height;
@@ -508,6 +571,7 @@ class VideoSink : public FrameSink {
   CodecPtr enc_;
   AVStream* st_ = nullptr;
   SwsPtr sws_;
+  SwsPtr swsHost_;  // from 8-bit host pixels, made on first use
   AVPixelFormat pixfmt_ = AV_PIX_FMT_NONE;
   bool deepInput_ = false;
   int width_ = 0, height_ = 0;
