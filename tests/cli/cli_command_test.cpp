@@ -380,7 +380,9 @@ TEST(RenderCommand, BadInputsGiveOneLineAndNoOutput) {
 TEST(RenderCommand, InterruptedRenderLeavesNothing) {
   Scratch s;
   std::filesystem::create_directory(s / "out");
-  writeSequence(s / "in%03d.png", 40, 320, 240);
+  // Many small frames: the render must still be running when the signal comes,
+  // however fast or loaded the machine.
+  writeSequence(s / "in%03d.png", 200, 160, 120);
   const pid_t pid = fork();
   if (pid == 0) {
     const int devnull = open("/dev/null", O_WRONLY);
@@ -390,7 +392,7 @@ TEST(RenderCommand, InterruptedRenderLeavesNothing) {
     _exit(127);
   }
   // Interrupt once frames are being written (under their temporary names).
-  for (int i = 0; i < 400 && s.list("out").empty(); ++i) usleep(50 * 1000);
+  for (int i = 0; i < 4000 && s.list("out").empty(); ++i) usleep(5 * 1000);
   EXPECT_FALSE(s.list("out").empty()) << "the render wrote nothing within 20 s";
   kill(pid, SIGINT);
   int status = 0;
