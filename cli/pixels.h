@@ -19,40 +19,11 @@ enum class SampleType { U8, U16, F32 };
 inline int sampleBytes(SampleType t) { return t == SampleType::U8 ? 1 : t == SampleType::U16 ? 2 : 4; }
 const char* sampleName(SampleType t);
 
-// Leaves new elements uninitialised: every picture is written in full right
-// after it is made, and zero-filling megabytes per frame first costs as much
-// as the conversion itself.
-//
-// Every block also owns kPixelTailSlack bytes past its end: swscale's vector
-// code reads and writes whole vectors beyond the last row of a tightly packed
-// picture (60 bytes seen for an 8-pixel-wide frame), as FFmpeg's own buffers
-// are padded for.
-inline constexpr size_t kPixelTailSlack = 128;
-
-template <typename T>
-struct UninitAllocator : std::allocator<T> {
-  template <typename U>
-  struct rebind {
-    using other = UninitAllocator<U>;
-  };
-  UninitAllocator() = default;
-  template <typename U>
-  UninitAllocator(const UninitAllocator<U>&) {}
-  T* allocate(size_t n) { return std::allocator<T>::allocate(n + slack()); }
-  void deallocate(T* p, size_t n) { std::allocator<T>::deallocate(p, n + slack()); }
-  template <typename U>
-  void construct(U* p) noexcept {
-    ::new (static_cast<void*>(p)) U;
-  }
-  template <typename U, typename... Args>
-  void construct(U* p, Args&&... args) {
-    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
-  }
-
- private:
-  static constexpr size_t slack() { return (kPixelTailSlack + sizeof(T) - 1) / sizeof(T); }
-};
-using PixelBytes = std::vector<uint8_t, UninitAllocator<uint8_t>>;
+// Pixel memory as the host's images hold it: not cleared when it grows (every
+// picture is written in full right after it is made, and zero-filling
+// megabytes per frame first costs as much as the conversion itself), with room
+// past its end for swscale's whole-vector reads and writes.
+using PixelBytes = thost::PixelStore;
 
 // A picture in straight RGBA, rows tightly packed; new pictures are not cleared.
 struct Picture {
