@@ -249,33 +249,29 @@ class VideoSource : public FrameSource {
   // every pixel (and saves the reordering pass into host pixels).
   Picture toPicture(const AVFrame* f) {
     if (!deep_) return fromHost(toArgb(f), SampleType::U8);
-    const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
-    // A stream may change size mid-way (or a damaged one claim another size):
-    // every frame is scaled to the size the stream announced, as ffmpeg does.
-    SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, width_, height_,
-                                         AV_PIX_FMT_RGBA64LE, kSwsFlags, nullptr, nullptr, nullptr);
-    sws_.reset(s);
-    if (!s) throw MediaError(path_ + ": cannot convert its pixel format");
-    setColorDetails(s, src, AV_PIX_FMT_RGBA64LE, frameSpace(f), frameRange(f));
     Picture p(width_, height_, SampleType::U16);
-    uint8_t* dstData[4] = {p.data.data(), nullptr, nullptr, nullptr};
-    int dstStride[4] = {static_cast<int>(p.rowBytes()), 0, 0, 0};
-    sws_scale(s, f->data, f->linesize, 0, f->height, dstData, dstStride);
+    convert(f, AV_PIX_FMT_RGBA64LE, p.data.data(), p.rowBytes());
     return p;
   }
 
   thost::Image toArgb(const AVFrame* f) {
+    thost::Image image = thost::Image::unfilled(width_, height_, thost::Depth::Bits8);
+    convert(f, AV_PIX_FMT_ARGB, image.pixels.data(), static_cast<size_t>(image.rowbytes));
+    return image;
+  }
+
+  // A stream may change size mid-way (or a damaged one claim another size):
+  // every frame is scaled to the size the stream announced, as ffmpeg does.
+  void convert(const AVFrame* f, AVPixelFormat dst, uint8_t* pixels, size_t rowBytes) {
     const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
-    SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, width_, height_,
-                                         AV_PIX_FMT_ARGB, kSwsFlags, nullptr, nullptr, nullptr);
+    SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, width_, height_, dst,
+                                         kSwsFlags, nullptr, nullptr, nullptr);
     sws_.reset(s);
     if (!s) throw MediaError(path_ + ": cannot convert its pixel format");
-    setColorDetails(s, src, AV_PIX_FMT_ARGB, frameSpace(f), frameRange(f));
-    thost::Image image = thost::Image::unfilled(width_, height_, thost::Depth::Bits8);
-    uint8_t* dstData[4] = {image.pixels.data(), nullptr, nullptr, nullptr};
-    int dstStride[4] = {static_cast<int>(image.rowbytes), 0, 0, 0};
+    setColorDetails(s, src, dst, frameSpace(f), frameRange(f));
+    uint8_t* dstData[4] = {pixels, nullptr, nullptr, nullptr};
+    int dstStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
     sws_scale(s, f->data, f->linesize, 0, f->height, dstData, dstStride);
-    return image;
   }
 
   thost::Image toHostImage(const AVFrame* f, thost::Depth depth) {
@@ -396,14 +392,7 @@ class VideoSink : public FrameSink {
   void writeHost(const thost::Image& image) override {
     if (image.depth != thost::Depth::Bits8 || deepInput_) return FrameSink::writeHost(image);
     if (!opened_) open(image.width, image.height);
-    if (!swsHost_) {
-      swsHost_.reset(sws_getContext(width_, height_, AV_PIX_FMT_ARGB, width_, height_, pixfmt_, kSwsFlags,
-                                    nullptr, nullptr, nullptr));
-      if (!swsHost_) throw MediaError(s_.path + ": cannot convert frames for the encoder");
-      const VideoTags t = s_.tags.value_or(VideoTags{});
-      setColorDetails(swsHost_.get(), AV_PIX_FMT_ARGB, pixfmt_, t.colorSpace,
-                      isRgbFormat(pixfmt_) ? AVCOL_RANGE_JPEG : t.colorRange);
-    }
+    if (!swsHost_) swsHost_ = converterFrom(AV_PIX_FMT_ARGB);
     encodeFrom(image.width, image.height, image.pixels.data(), static_cast<size_t>(image.rowbytes),
                swsHost_.get());
   }
@@ -426,6 +415,17 @@ class VideoSink : public FrameSink {
   }
 
  private:
+  // From src pixels at the opened size to the encoder's, in the input's colour tags.
+  SwsPtr converterFrom(AVPixelFormat src) const {
+    SwsPtr sws(sws_getContext(width_, height_, src, width_, height_, pixfmt_, kSwsFlags, nullptr, nullptr,
+                              nullptr));
+    if (!sws) throw MediaError(s_.path + ": cannot convert frames for the encoder");
+    const VideoTags t = s_.tags.value_or(VideoTags{});
+    setColorDetails(sws.get(), src, pixfmt_, t.colorSpace,
+                    isRgbFormat(pixfmt_) ? AVCOL_RANGE_JPEG : t.colorRange);
+    return sws;
+  }
+
   void encodeFrom(int width, int height, const uint8_t* pixels, size_t rowBytes, SwsContext* sws) {
     if (width != width_ || height != height_)
       throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
@@ -475,11 +475,7 @@ class VideoSink : public FrameSink {
     st_->avg_frame_rate = c->framerate;
     st_->sample_aspect_ratio = c->sample_aspect_ratio;
 
-    const AVPixelFormat src = deepInput_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA;
-    sws_.reset(sws_getContext(width, height, src, width, height, pixfmt_,
-                              kSwsFlags, nullptr, nullptr, nullptr));
-    if (!sws_) throw MediaError(s_.path + ": cannot convert frames for the encoder");
-    setColorDetails(sws_.get(), src, pixfmt_, t.colorSpace, rgb ? AVCOL_RANGE_JPEG : t.colorRange);
+    sws_ = converterFrom(deepInput_ ? AV_PIX_FMT_RGBA64LE : AV_PIX_FMT_RGBA);
 
     if (!(oc_->oformat->flags & AVFMT_NOFILE)) {
       err = avio_open(&oc_->pb, tmp_.c_str(), AVIO_FLAG_WRITE);
