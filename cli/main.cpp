@@ -38,7 +38,7 @@ void printUsage(std::FILE* to) {
 
 }  // namespace
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(TESSELUX_ASAN)
 // libpng reports a truncated file by longjmp, which skips the destructor of a
 // std::string inside OpenImageIO's PNG reader: one small leak per failed read,
 // not ours, whose stack (libstdc++ has no frame pointers) ends in _M_assign.

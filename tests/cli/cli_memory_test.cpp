@@ -27,7 +27,7 @@ long peakRssKb(const cli_test::Scratch& s, int frames) {
 TEST(RenderMemory, PeakDoesNotGrowWithClipLength) {
   if (cli_test::shell("ffmpeg -version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no ffmpeg tool";
   cli_test::Scratch s;
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(TESSELUX_ASAN)
   // AddressSanitizer holds freed blocks back in a quarantine that grows with
   // everything a run ever frees; without it the peak measures the program.
   const char* asan = std::getenv("ASAN_OPTIONS");
@@ -41,7 +41,7 @@ TEST(RenderMemory, PeakDoesNotGrowWithClipLength) {
   // 16 MiB cache the peak stays put. The fixed bound covers the process itself
   // (module, decoder and encoder threads, frames in flight).
   std::printf("peak RSS: 100 frames %ld KiB, 300 frames %ld KiB\n", short100, long300);
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(TESSELUX_ASAN)
   // AddressSanitizer's shadow memory and allocator come on top.
   const long bound = 768 * 1024;
 #else
