@@ -35,7 +35,12 @@ enum class MediaKind { Still, Sequence, Video, Null };
 // Refuses a picture larger than a host world can be (PF_MAX_WORLD_WIDTH x
 // PF_MAX_WORLD_HEIGHT): a damaged or hostile header would otherwise have the
 // readers allocate gigabytes.
-void checkSize(const std::string& path, long width, long height);
+inline void checkSize(const std::string& path, long width, long height) {
+  if (width > PF_MAX_WORLD_WIDTH || height > PF_MAX_WORLD_HEIGHT)
+    throw MediaError(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                     " is larger than a host world can be (" + std::to_string(PF_MAX_WORLD_WIDTH) +
+                     " x " + std::to_string(PF_MAX_WORLD_HEIGHT) + ")");
+}
 
 // How a path is treated: a name with a printf frame number ("%04d") is a
 // sequence, a known video container extension a video, "null:" discards, any

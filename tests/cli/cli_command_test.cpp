@@ -377,6 +377,32 @@ TEST(RenderCommand, BadInputsGiveOneLineAndNoOutput) {
   }
 }
 
+// Videos never load the still-image module (OpenImageIO and its libraries
+// cost every start a third of a second); stills cannot do without it, and
+// say so in one line when it is missing.
+TEST(RenderCommand, VideosRenderWithoutTheImageModule) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  std::filesystem::create_directory(s / "out");
+  ASSERT_EQ(cli_test::shell("ffmpeg -v error -f lavfi -i testsrc2=size=96x64:rate=30 -frames:v 4 "
+                            "-c:v libx264 -pix_fmt yuv420p '" + s / "in.mp4" + "'"),
+            0);
+  cli::writeImage(s / "ok.png", sample(0, 64, 48, SampleType::U8));
+  const std::string missing = s / "no-such-module.so";
+  setenv("TESSELUX_IMAGE_MODULE", missing.c_str(), 1);
+  const auto video = tesselux(s, {s / "in.mp4", "-o", s / "out/x.mkv"});
+  const auto before = s.list("out");
+  const auto still = tesselux(s, {s / "ok.png", "-o", s / "out/x.png"});
+  const auto after = s.list("out");
+  unsetenv("TESSELUX_IMAGE_MODULE");
+  EXPECT_EQ(video.status, 0) << video.err;
+  EXPECT_EQ(readAll(s / "out/x.mkv").size(), 4u);
+  EXPECT_EQ(still.status, 1) << still.err;
+  EXPECT_EQ(std::count(still.err.begin(), still.err.end(), '\n'), 1) << still.err;
+  EXPECT_NE(still.err.find("cannot load the image module " + missing), std::string::npos) << still.err;
+  EXPECT_EQ(after, before);
+}
+
 TEST(RenderCommand, InterruptedRenderLeavesNothing) {
   Scratch s;
   std::filesystem::create_directory(s / "out");
