@@ -10,6 +10,8 @@ extern "C" {
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <set>
+#include <sstream>
 
 #include "cli_test_support.h"
 #include "demo_clip.h"
@@ -375,6 +377,26 @@ TEST(RenderCommand, BadInputsGiveOneLineAndNoOutput) {
     std::filesystem::permissions(s / "locked", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
     expectRefused(s, {s / "ok.png", "-o", s / "locked/x.png"}, 1, "not writable");
   }
+}
+
+// The still-image module shows the process that loads it nothing but its
+// entry point: OpenImageIO's symbols and ours stay inside it.
+TEST(ImageModule, ExportsOnlyItsEntryPoint) {
+  const std::string module =
+      (std::filesystem::path(kCli).parent_path().parent_path() / "lib" / "tesselux_images.so").string();
+  ASSERT_TRUE(std::filesystem::exists(module)) << module;
+  FILE* pipe = popen(("nm -D --defined-only '" + module + "'").c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::set<std::string> names;
+  char line[1024];
+  while (fgets(line, sizeof line, pipe)) {
+    std::istringstream in(line);
+    std::string address, type, name;
+    in >> address >> type >> name;
+    if (!name.empty()) names.insert(name);
+  }
+  ASSERT_EQ(pclose(pipe), 0);
+  EXPECT_EQ(names, std::set<std::string>{"tesselux_image_codec"});
 }
 
 // Videos never load the still-image module (OpenImageIO and its libraries
