@@ -211,6 +211,8 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   }
   std::unique_ptr<FrameSink> sink = openSink(ss);
   const bool discard = outKind == MediaKind::Null;
+  const bool hostPixels = sink->takesHost(depth);
+  const SampleType outType = sink->sampleType();
 
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
   if (interruptFlag.load()) throw Interrupted{};
@@ -220,7 +222,8 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
 
   struct Rendered {
     int k = 0;
-    std::shared_ptr<thost::Image> image;
+    std::shared_ptr<thost::Image> image;  // for a sink that takes host pixels
+    std::shared_ptr<Picture> picture;     // converted here, on the render's thread, for the others
   };
   // Frames enter in order (the decode of frame k overlaps renders of earlier
   // ones), render on any thread, and leave in order for the writer.
@@ -248,12 +251,17 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                                               throw std::runtime_error("frame " + std::to_string(k) +
                                                                        ": host contract broken: " + r.breaks.front());
                                             // null: discards, so the frame is not converted either.
-                                            if (discard) return Rendered{k, nullptr};
-                                            return Rendered{k, std::make_shared<thost::Image>(std::move(r.output))};
+                                            if (discard) return Rendered{k, nullptr, nullptr};
+                                            if (hostPixels)
+                                              return Rendered{k, std::make_shared<thost::Image>(std::move(r.output)),
+                                                              nullptr};
+                                            return Rendered{k, nullptr,
+                                                            std::make_shared<Picture>(fromHost(r.output, outType))};
                                           }) &
           tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
             if (interruptFlag.load()) return;
             if (r.image) sink->writeHost(*r.image);
+            else if (r.picture) sink->write(*r.picture);
             progress.tick();
           }));
   if (interruptFlag.load()) throw Interrupted{};

@@ -98,6 +98,10 @@ class FrameSink {
   // The sample type write() takes (from the host depth and what the format holds).
   virtual SampleType sampleType() const = 0;
   virtual void write(const Picture& picture) = 0;
+  // Whether writeHost() takes host pixels of this depth straight (8-bit
+  // video); otherwise callers on many threads convert them with fromHost()
+  // first and call write(), so the conversion does not run one frame at a time.
+  virtual bool takesHost(thost::Depth) const { return false; }
   // A rendered host picture; a sink that can convert straight from host
   // pixels (8-bit video) does so.
   virtual void writeHost(const thost::Image& image) { write(fromHost(image, sampleType())); }

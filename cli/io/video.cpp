@@ -389,8 +389,9 @@ class VideoSink : public FrameSink {
   }
 
   // 8-bit host pixels go to swscale as ARGB, without a reordered copy first.
+  bool takesHost(thost::Depth depth) const override { return depth == thost::Depth::Bits8 && !deepInput_; }
   void writeHost(const thost::Image& image) override {
-    if (image.depth != thost::Depth::Bits8 || deepInput_) return FrameSink::writeHost(image);
+    if (!takesHost(image.depth)) return FrameSink::writeHost(image);
     if (!opened_) open(image.width, image.height);
     if (!swsHost_) swsHost_ = converterFrom(AV_PIX_FMT_ARGB);
     encodeFrom(image.width, image.height, image.pixels.data(), static_cast<size_t>(image.rowbytes),
