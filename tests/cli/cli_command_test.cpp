@@ -11,10 +11,10 @@ extern "C" {
 #include <cstring>
 #include <map>
 #include <set>
-#include <sstream>
 
 #include "cli_test_support.h"
 #include "demo_clip.h"
+#include "exported_symbols.h"
 #include "frame_cache.h"
 #include "io/media.h"
 
@@ -385,18 +385,7 @@ TEST(ImageModule, ExportsOnlyItsEntryPoint) {
   const std::string module =
       (std::filesystem::path(kCli).parent_path().parent_path() / "lib" / "tesselux_images.so").string();
   ASSERT_TRUE(std::filesystem::exists(module)) << module;
-  FILE* pipe = popen(("nm -D --defined-only '" + module + "'").c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::set<std::string> names;
-  char line[1024];
-  while (fgets(line, sizeof line, pipe)) {
-    std::istringstream in(line);
-    std::string address, type, name;
-    in >> address >> type >> name;
-    if (!name.empty()) names.insert(name);
-  }
-  ASSERT_EQ(pclose(pipe), 0);
-  EXPECT_EQ(names, std::set<std::string>{"tesselux_image_codec"});
+  EXPECT_EQ(test_support::exportedSymbols(module), std::set<std::string>{"tesselux_image_codec"});
 }
 
 // Videos never load the still-image module (OpenImageIO and its libraries

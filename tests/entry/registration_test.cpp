@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "exported_symbols.h"
 #include "plugin_fixture.h"
 
 using thost::App;
@@ -31,19 +32,8 @@ TEST_F(PluginTest, RegistrationReturnsTheCallbacksResultUnchanged) {
 }
 
 TEST(ExportedSymbols, OnlyTheTwoEntryPointsAreExported) {
-  const std::string cmd = "nm -D --defined-only '" + thost::Host::defaultPluginPath() + "'";
-  FILE* pipe = popen(cmd.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::set<std::string> names;
-  char line[1024];
-  while (fgets(line, sizeof line, pipe)) {
-    std::istringstream in(line);
-    std::string address, type, name;
-    in >> address >> type >> name;
-    if (!name.empty()) names.insert(name);
-  }
-  ASSERT_EQ(pclose(pipe), 0);
-  EXPECT_EQ(names, (std::set<std::string>{"EffectMain", "PluginDataEntryFunction"}));
+  EXPECT_EQ(test_support::exportedSymbols(thost::Host::defaultPluginPath()),
+            (std::set<std::string>{"EffectMain", "PluginDataEntryFunction"}));
 }
 
 namespace {
