@@ -2,6 +2,7 @@
 // value rules, read back through the kernel's snapshot.
 #include <gtest/gtest.h>
 
+#include "render/block_sums.h"
 #include "render_support.h"
 
 namespace {
@@ -334,6 +335,39 @@ TEST(MaskValuesDepth, WideBlocksOfExtremeValuesSumExactly) {
   expectHalfFullBlock<uint8_t>(4096, 8, 255);
   // 16-bit: a row adds up to 4096 * 65535 to a lane, so 40 rows pass 2^32.
   expectHalfFullBlock<uint16_t>(4096, 40, 65535);
+}
+
+// The 8-bit row sums come in a 128-bit and, where the processor has it, a
+// 256-bit version; both must give the plain sums for every block width
+// (eight-, four- and single-pixel steps), a narrower last block, row
+// padding and more than 128 steps per block row.
+TEST(RowSums, EightBitVersionsAgreeWithPlainSums) {
+  std::mt19937 rng(5);
+  const int widths[] = {1, 3, 4, 5, 7, 8, 9, 12, 13, 16, 31, 32, 33, 64, 100, 1029, 1100};
+  for (int bw : widths) {
+    for (int columns : {1, 2, 5}) {
+      const int lastCols = bw > 2 ? bw - 2 : bw;
+      const int rows = 3 + static_cast<int>(rng() % 5);
+      const ptrdiff_t rowbytes = static_cast<ptrdiff_t>(bw * (columns - 1) + lastCols + 3) * 4;
+      std::vector<unsigned char> px(static_cast<size_t>(rowbytes) * rows);
+      for (auto& b : px) b = static_cast<unsigned char>(rng());
+      uint64_t expected[5][4] = {};
+      for (int c = 0; c < columns; ++c) {
+        const int cols = c == columns - 1 ? lastCols : bw;
+        for (int y = 0; y < rows; ++y)
+          for (int x = 0; x < cols; ++x)
+            for (int k = 0; k < 4; ++k) expected[c][k] += px[static_cast<size_t>(y * rowbytes + (c * bw + x) * 4 + k)];
+      }
+      for (bool wide : {false, true}) {
+        uint64_t got[tesselux_kernel::kSumColumns][4];
+        tesselux_kernel::sumBlockRow8(px.data(), rowbytes, rows, bw, columns, lastCols, got, wide);
+        for (int c = 0; c < columns; ++c)
+          for (int k = 0; k < 4; ++k)
+            EXPECT_EQ(got[c][k], expected[c][k]) << "width " << bw << " column " << c << " channel " << k
+                                                 << (wide ? " (wide)" : " (narrow)");
+      }
+    }
+  }
 }
 
 }  // namespace
