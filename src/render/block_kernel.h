@@ -245,23 +245,21 @@ struct ShuffleSetup {
 #define TESSELUX_ALWAYS_INLINE inline
 #endif
 
-// Kept inline so that the stream halves stay in registers: through memory,
-// every step would wait for the previous step's store.
-TESSELUX_ALWAYS_INLINE void drawPair(const ShuffleSetup& s, long long* w, long long* z, uint32_t* pa, uint32_t* pb) {
-  const uint32_t a = fastMod(z_random(w, z), s.byBlocks);
+// A pair from three consecutive draws of the shuffle stream.
+TESSELUX_ALWAYS_INLINE void pairFromDraws(const ShuffleSetup& s, const uint32_t* draws, uint32_t* pa,
+                                          uint32_t* pb) {
+  const uint32_t a = fastMod(draws[0], s.byBlocks);
   const uint32_t ay32 = fastDiv(a, s.byColumns);
   const A_long ax = static_cast<A_long>(a - ay32 * s.columns), ay = static_cast<A_long>(ay32);
-  uint32_t d = z_random(w, z);
   A_long tx = ax;
   if (s.alongX && !(s.partialW && ax == s.lastCol)) {
-    tx = ax + static_cast<A_long>(fastMod(d, s.bySpanX)) - s.halfSpanX;
+    tx = ax + static_cast<A_long>(fastMod(draws[1], s.bySpanX)) - s.halfSpanX;
     if (tx >= s.lastCol) tx = s.partialW ? s.lastCol - 1 : s.lastCol;
     if (tx < 0) tx = 0;
   }
-  d = z_random(w, z);
   A_long ty = ay;
   if (s.alongY && !(s.partialH && ay == s.lastRow)) {
-    ty = ay + static_cast<A_long>(fastMod(d, s.bySpanY)) - s.halfSpanY;
+    ty = ay + static_cast<A_long>(fastMod(draws[2], s.bySpanY)) - s.halfSpanY;
     if (ty >= s.lastRow) ty = s.partialH ? s.lastRow - 1 : s.lastRow;
     if (ty < 0) ty = 0;
   }
@@ -288,71 +286,74 @@ struct Decisions {
 // affected, as with intensity 0), kFlag whether drawn blocks must be marked
 // (composite off), kTime whether affected pairs take time draws.
 //
-// The shuffle stream alone decides which blocks pair up, so pairs are drawn
-// kAhead attempts before they are decided and their records prefetched:
+// The shuffle stream alone decides which blocks pair up, so attempts are
+// taken in chunks: first the chunk's draws (in bulk, several stretches of
+// the stream at once), then its pairs, then the decisions in attempt order,
+// each pair's records prefetched kAhead attempts before they are decided:
 // with small blocks the records far exceed the caches and land anywhere,
-// and this keeps that many misses in flight. The decisions themselves run
-// in attempt order with the same draws.
+// and this keeps that many misses in flight.
 template <int kMask, bool kFlag, bool kTime>
 void attemptLoop(BlockRecord* rec, long long attempts, const ShuffleSetup& s, const Decisions& d, Streams& st) {
-  constexpr int kAhead = 64;  // a power of two
-  uint32_t ring[kAhead][2];
+  constexpr long long kChunk = 1024;
+  constexpr long long kAhead = 64;
+  uint32_t draws[3 * kChunk];
+  uint32_t pairs[kChunk][2];
   long long sw = st.sw, sz = st.sz, tw = st.tw, tz = st.tz, mw = st.mw, mz = st.mz;
-  const long long lead = attempts < kAhead ? attempts : kAhead;
-  for (long long j = 0; j < lead; ++j) {
-    drawPair(s, &sw, &sz, &ring[j][0], &ring[j][1]);
-    __builtin_prefetch(rec + ring[j][0], 1);
-    __builtin_prefetch(rec + ring[j][1], 1);
-  }
   const A_u_short I = d.intensity;
-  for (long long t = 0; t < attempts; ++t) {
-    uint32_t* slot = ring[t & (kAhead - 1)];
-    const uint32_t a = slot[0], b = slot[1];
-    if (t + kAhead < attempts) {
-      drawPair(s, &sw, &sz, &slot[0], &slot[1]);
-      __builtin_prefetch(rec + slot[0], 1);
-      __builtin_prefetch(rec + slot[1], 1);
+  for (long long c0 = 0; c0 < attempts; c0 += kChunk) {
+    const long long n = attempts - c0 < kChunk ? attempts - c0 : kChunk;
+    z_fill(&sw, &sz, draws, static_cast<size_t>(3 * n));
+    for (long long t = 0; t < n; ++t) pairFromDraws(s, draws + 3 * t, &pairs[t][0], &pairs[t][1]);
+    for (long long t = 0; t < n && t < kAhead; ++t) {
+      __builtin_prefetch(rec + pairs[t][0], 1);
+      __builtin_prefetch(rec + pairs[t][1], 1);
     }
-
-    bool affected = true;
-    if (kMask == 0) {
-      affected = rec[a].maskval >= I && rec[b].maskval >= I;
-    } else if (kMask == 1) {
-      const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
-      affected = da % d.thresholdRange <= rec[a].maskval && db % d.thresholdRange <= rec[b].maskval;
-    } else if (kMask == 2) {
-      const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
-      affected = da % (static_cast<uint32_t>(rec[a].maskval) + 1) >= I &&
-                 db % (static_cast<uint32_t>(rec[b].maskval) + 1) >= I;
-    }
-
-    if (affected) {
-      if (kFlag) {
-        rec[a].flag = 1;
-        rec[b].flag = 1;
+    for (long long t = 0; t < n; ++t) {
+      if (t + kAhead < n) {
+        __builtin_prefetch(rec + pairs[t + kAhead][0], 1);
+        __builtin_prefetch(rec + pairs[t + kAhead][1], 1);
       }
-      if (a != b && d.swapping) {
-        const A_u_long x = rec[a].idx;
-        rec[a].idx = rec[b].idx;
-        rec[b].idx = x;
+      const uint32_t a = pairs[t][0], b = pairs[t][1];
+      bool affected = true;
+      if (kMask == 0) {
+        affected = rec[a].maskval >= I && rec[b].maskval >= I;
+      } else if (kMask == 1) {
+        const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
+        affected = da % d.thresholdRange <= rec[a].maskval && db % d.thresholdRange <= rec[b].maskval;
+      } else if (kMask == 2) {
+        const uint32_t da = z_random(&mw, &mz), db = z_random(&mw, &mz);
+        affected = da % (static_cast<uint32_t>(rec[a].maskval) + 1) >= I &&
+                   db % (static_cast<uint32_t>(rec[b].maskval) + 1) >= I;
       }
-    }
 
-    // The time stream moves four steps per attempt whatever happens, so a
-    // pair's time choice does not depend on the decisions of earlier pairs.
-    if (kTime) {
       if (affected) {
-        z_random(&tw, &tz);
-        if ((tw & 1023) < d.probability) rec[a].frame = static_cast<A_u_char>(z_random(&tw, &tz) % d.choices);
-        else z_random(&tw, &tz);
-        z_random(&tw, &tz);
-        if ((tw & 1023) < d.probability) rec[b].frame = static_cast<A_u_char>(z_random(&tw, &tz) % d.choices);
-        else z_random(&tw, &tz);
-      } else {
-        z_random(&tw, &tz);
-        z_random(&tw, &tz);
-        z_random(&tw, &tz);
-        z_random(&tw, &tz);
+        if (kFlag) {
+          rec[a].flag = 1;
+          rec[b].flag = 1;
+        }
+        if (a != b && d.swapping) {
+          const A_u_long x = rec[a].idx;
+          rec[a].idx = rec[b].idx;
+          rec[b].idx = x;
+        }
+      }
+
+      // The time stream moves four steps per attempt whatever happens, so a
+      // pair's time choice does not depend on the decisions of earlier pairs.
+      if (kTime) {
+        if (affected) {
+          z_random(&tw, &tz);
+          if ((tw & 1023) < d.probability) rec[a].frame = static_cast<A_u_char>(z_random(&tw, &tz) % d.choices);
+          else z_random(&tw, &tz);
+          z_random(&tw, &tz);
+          if ((tw & 1023) < d.probability) rec[b].frame = static_cast<A_u_char>(z_random(&tw, &tz) % d.choices);
+          else z_random(&tw, &tz);
+        } else {
+          z_random(&tw, &tz);
+          z_random(&tw, &tz);
+          z_random(&tw, &tz);
+          z_random(&tw, &tz);
+        }
       }
     }
   }
@@ -550,6 +551,11 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
   }
 }
 
+// Moved blocks come from anywhere within the spread, a cache miss each with
+// small blocks; the source of the run this many places ahead is requested
+// before each copy, so that the misses overlap.
+constexpr int kRunsAhead = 8;
+
 // Output order: the destinations of drawn blocks never overlap, so the same
 // pixels can be written one output row at a time. Each output block row is
 // described once as a list of runs, merging neighbours that came from
@@ -637,9 +643,14 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, A_u_long*
       for (A_long y0 = 0; y0 < rows; y0 += band) {
         const A_long y1 = y0 + band < rows ? y0 + band : rows;
         for (A_long y = y0; y < y1; ++y) memcpy(dstRow + y * p.outRowbytes, srcRow + y * p.strides[0], rowBytes);
-        for (int k = 0; k < count; ++k)
+        for (int k = 0; k < count; ++k) {
+          if (k + kRunsAhead < count) {
+            const Run& a = runs[k + kRunsAhead];
+            for (A_long y = y0; y < y1; ++y) __builtin_prefetch(a.src + y * a.stride);
+          }
           for (A_long y = y0; y < y1; ++y)
             copyBytes(dstRow + y * p.outRowbytes + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes);
+        }
       }
       continue;
     }
@@ -655,9 +666,11 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, A_u_long*
         continue;
       }
 #endif
-      for (int k = 0; k < count; ++k)
+      for (int k = 0; k < count; ++k) {
+        if (k + kRunsAhead < count) __builtin_prefetch(runs[k + kRunsAhead].src + y * runs[k + kRunsAhead].stride);
         copyRun<T>(dstRow + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes, runs[k].pixels,
                    p.channel);
+      }
     }
   }
 #if TESSELUX_STREAMING_STORES

@@ -3,7 +3,12 @@
 // comes from streams of this generator, so its arithmetic is fixed bit for bit.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 // Keeps the low 32 bits of a half after each step.
 constexpr long long rnd_mask = 0x00000000FFFFFFFFLL;
@@ -48,4 +53,85 @@ inline void z_skip(long long* w, long long* z, unsigned long long steps) {
   if (steps == 0) return;
   *z = z_skip_half(*z, 36969, steps);
   *w = z_skip_half(*w, 18000, steps);
+}
+
+#if defined(__SSE2__)
+// One step of four chains of one half, each lane at most p.
+inline __m128i z_step4(__m128i x, __m128i a, __m128i low16) {
+  const __m128i v = _mm_and_si128(x, low16);
+  const __m128i product = _mm_or_si128(_mm_mullo_epi16(v, a), _mm_slli_epi32(_mm_mulhi_epu16(v, a), 16));
+  return _mm_add_epi32(product, _mm_srli_epi32(x, 16));
+}
+#endif
+
+// Outputs in bulk: out[0..n) receive the next n results of z_random(w, z),
+// and the stream ends n steps on, exactly as n calls would leave it. Each
+// step waits for the one before, which bounds a long run of draws by the
+// multiplier's latency; once both halves are at most p (the modular form
+// above), the run is cut into kChains stretches, each started by a jump
+// of a modular power, and the stretches are stepped side by side.
+inline void z_fill(long long* w, long long* z, uint32_t* out, size_t n) {
+  constexpr unsigned long long pz = 36969ULL * 65536 - 1, pw = 18000ULL * 65536 - 1;
+  constexpr int kChains = 8;
+  size_t i = 0;
+  while (i < n && !(*z >= 0 && static_cast<unsigned long long>(*z) <= pz && *w >= 0 &&
+                    static_cast<unsigned long long>(*w) <= pw))
+    out[i++] = z_random(w, z);
+  const size_t len = (n - i) / kChains / 4 * 4;  // whole groups of four steps
+  if (len >= 16) {
+    // z_skip_half of 1 gives the multiplier of a jump by len steps.
+    const unsigned long long jz = static_cast<unsigned long long>(z_skip_half(1, 36969, len));
+    const unsigned long long jw = static_cast<unsigned long long>(z_skip_half(1, 18000, len));
+    uint32_t cz[kChains], cw[kChains];
+    unsigned long long sz = static_cast<unsigned long long>(*z), sw = static_cast<unsigned long long>(*w);
+    for (int k = 0; k < kChains; ++k) {
+      cz[k] = static_cast<uint32_t>(sz);
+      cw[k] = static_cast<uint32_t>(sw);
+      // p is a fixed point of the step, and stays one of the jump.
+      if (sz != pz) sz = sz * jz % pz;
+      if (sw != pw) sw = sw * jw % pw;
+    }
+    // Below p a step never leaves 32 bits: 65535 * 36969 + 65535 < 2^32.
+#if defined(__SSE2__)
+    // Four chains to a register; the 16 x 16-bit products are put together
+    // from their low and high halves, and every four steps the outputs are
+    // turned from one register per step into one per chain.
+    const __m128i low16 = _mm_set1_epi32(0xFFFF);
+    const __m128i az = _mm_set1_epi32(36969), aw = _mm_set1_epi32(18000);
+    __m128i z4[2], w4[2];
+    for (int h = 0; h < 2; ++h) {
+      z4[h] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cz + 4 * h));
+      w4[h] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cw + 4 * h));
+    }
+    for (size_t j = 0; j < len; j += 4)
+      for (int h = 0; h < 2; ++h) {
+        __m128i o[4];
+        for (int q = 0; q < 4; ++q) {
+          z4[h] = z_step4(z4[h], az, low16);
+          w4[h] = z_step4(w4[h], aw, low16);
+          o[q] = _mm_add_epi32(w4[h], _mm_slli_epi32(z4[h], 16));
+        }
+        const __m128i t0 = _mm_unpacklo_epi32(o[0], o[1]), t1 = _mm_unpacklo_epi32(o[2], o[3]);
+        const __m128i t2 = _mm_unpackhi_epi32(o[0], o[1]), t3 = _mm_unpackhi_epi32(o[2], o[3]);
+        uint32_t* base = out + i + 4 * h * len + j;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(base), _mm_unpacklo_epi64(t0, t1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(base + len), _mm_unpackhi_epi64(t0, t1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(base + 2 * len), _mm_unpacklo_epi64(t2, t3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(base + 3 * len), _mm_unpackhi_epi64(t2, t3));
+      }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cz + 4), z4[1]);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cw + 4), w4[1]);
+#else
+    for (size_t j = 0; j < len; ++j)
+      for (int k = 0; k < kChains; ++k) {
+        cz[k] = (cz[k] >> 16) + (cz[k] & 0xFFFFu) * 36969u;
+        cw[k] = (cw[k] >> 16) + (cw[k] & 0xFFFFu) * 18000u;
+        out[i + k * len + j] = cw[k] + (cz[k] << 16);
+      }
+#endif
+    *z = cz[kChains - 1];
+    *w = cw[kChains - 1];
+    i += kChains * len;
+  }
+  while (i < n) out[i++] = z_random(w, z);
 }

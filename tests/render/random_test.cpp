@@ -4,6 +4,8 @@
 
 #include <limits.h>
 
+#include <vector>
+
 #include "reference.h"
 #include "render/random.h"
 
@@ -149,6 +151,41 @@ TEST(Random, SameSeedSameSequenceAndStreamsAreIndependent) {
     differs = differs || a != z_random(&w3, &z3);
   }
   EXPECT_TRUE(differs);
+}
+
+// Outputs in bulk, several stretches of the stream stepped side by side,
+// must be the outputs and the end state of the same number of single steps:
+// from fresh seeds (negative ones take ordinary steps first), part-way
+// through a stream, at the fixed point p and at 0, and at lengths around
+// the stretch boundaries.
+TEST(Random, BulkOutputsEqualSingleSteps) {
+  struct Start {
+    long long w, z;
+  };
+  std::vector<Start> starts;
+  for (int seed : {0, 1, 777, -1, -7, INT_MIN, INT_MAX}) {
+    Start st;
+    z_seed(&st.w, &st.z, seed);
+    starts.push_back(st);
+    for (int k = 0; k < 5; ++k) z_random(&st.w, &st.z);
+    starts.push_back(st);
+  }
+  starts.push_back({18000LL * 65536 - 1, 36969LL * 65536 - 1});
+  starts.push_back({0, 36969LL * 65536 - 1});
+  starts.push_back({18000LL * 65536 - 1, 5});
+  const size_t lengths[] = {0, 1, 3, 127, 128, 129, 135, 1000, 3072, 100003};
+  for (const Start& st : starts)
+    for (size_t n : lengths) {
+      long long w1 = st.w, z1 = st.z, w2 = st.w, z2 = st.z;
+      std::vector<uint32_t> bulk(n + 1, 0xDEADBEEFu);
+      z_fill(&w1, &z1, bulk.data(), n);
+      size_t wrong = 0;
+      for (size_t i = 0; i < n; ++i) wrong += bulk[i] != z_random(&w2, &z2);
+      EXPECT_EQ(wrong, 0u) << "start " << st.w << "," << st.z << " length " << n;
+      EXPECT_EQ(bulk[n], 0xDEADBEEFu);
+      EXPECT_EQ(w1, w2);
+      EXPECT_EQ(z1, z2);
+    }
 }
 
 }  // namespace
