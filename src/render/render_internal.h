@@ -36,6 +36,10 @@ struct RenderHooks {
   // keeps the renderer's own threshold. Lets tests reach that path with
   // small frames.
   size_t streamingMinBytes;
+  // Smallest frame, in bytes, whose block pass copies bands of the input
+  // before writing the moved blocks over them (composite on); 0 keeps the
+  // renderer's own threshold.
+  size_t bandCopyMinBytes;
 };
 
 PF_Err renderARGB8WithHooks(PF_LayerDef* input, PF_LayerDef* output, ParamValues values, float downsample,

@@ -1,8 +1,9 @@
-// Frames written by the block pass with streaming stores, against the
-// reference: whole-row streams must give the same bytes as block copies,
-// whatever the row alignment, block width and composite mode. The
-// renderer's own threshold is far above what a test should allocate, so the
-// hooks lower it; one case per depth also runs at the real threshold.
+// Frames written by the block pass with streaming stores or band copies,
+// against the reference: whole-row streams and bands with moved blocks
+// written over them must give the same bytes as block copies, whatever the
+// row alignment, block width and composite mode. The renderer's own
+// thresholds are above what a test should allocate, so the hooks lower
+// them; one case per depth also runs at the real thresholds.
 #include <gtest/gtest.h>
 
 #include "reference.h"
@@ -40,8 +41,12 @@ TYPED_TEST(LargeFrame, StreamedOutputMatchesReference) {
     rt::fillRandom(*frames.back(), rng);
   }
   for (const Setting& s : settings) {
-    for (const size_t threshold : {size_t(1) << 20, size_t(0)}) {
-      if (threshold == 0 && s.bw != 32) continue;
+    // Streaming from 1 MB; the real thresholds (a frame this size takes
+    // neither streaming nor the band copy); the band copy forced.
+    const size_t configs[3][2] = {{size_t(1) << 20, 0}, {0, 0}, {0, 1}};
+    for (const auto& config : configs) {
+      const size_t threshold = config[0];
+      if (threshold == 0 && config[1] == 0 && s.bw != 32) continue;
       ASSERT_GE(static_cast<size_t>(side) * side * 4 * sizeof(T), threshold);
       World<T> out(side, side, s.pad);
       out.fillBytes(rng);
@@ -60,9 +65,11 @@ TYPED_TEST(LargeFrame, StreamedOutputMatchesReference) {
       rt::Captured cap;
       RenderHooks hooks = rt::captureHooks(&cap);
       hooks.streamingMinBytes = threshold;
+      hooks.bandCopyMinBytes = config[1];
       ASSERT_EQ(Depth<T>::render(&input.def, &out.def, v, 1.0f, hooks), PF_Err_NONE);
       EXPECT_TRUE(rt::sameBytes(out, expected))
-          << "block " << s.bw << "x" << s.bh << " pad " << s.pad << " threshold " << threshold;
+          << "block " << s.bw << "x" << s.bh << " pad " << s.pad << " threshold " << threshold << " band copy "
+          << config[1];
       EXPECT_EQ(cap.idx, d.idx);
       EXPECT_EQ(cap.flag, d.flag);
       EXPECT_EQ(cap.frame, d.frame);
