@@ -559,10 +559,14 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
   }
 }
 
-// Moved blocks come from anywhere within the spread, a cache miss each with
-// small blocks; the source of the run this many places ahead is requested
-// before each copy, so that the misses overlap.
-constexpr int kRunsAhead = 8;
+// Moved blocks come from anywhere within the spread, cache misses that the
+// processor does not see coming; the source lines of the run this many
+// places ahead are requested before each copy, so that the misses overlap.
+constexpr int kRunsAhead = 4;
+
+inline void prefetchBytes(const unsigned char* p, size_t bytes) {
+  for (size_t q = 0; q < bytes; q += 64) __builtin_prefetch(p + q);
+}
 
 // Output order: the destinations of drawn blocks never overlap, so the same
 // pixels can be written one output row at a time. Each output block row is
@@ -653,7 +657,7 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPl
         for (int k = 0; k < count; ++k) {
           if (k + kRunsAhead < count) {
             const Run& a = runs[k + kRunsAhead];
-            for (A_long y = y0; y < y1; ++y) __builtin_prefetch(a.src + y * a.stride);
+            for (A_long y = y0; y < y1; ++y) prefetchBytes(a.src + y * a.stride, a.bytes);
           }
           for (A_long y = y0; y < y1; ++y)
             copyBytes(dstRow + y * p.outRowbytes + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes);
@@ -674,7 +678,8 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPl
       }
 #endif
       for (int k = 0; k < count; ++k) {
-        if (k + kRunsAhead < count) __builtin_prefetch(runs[k + kRunsAhead].src + y * runs[k + kRunsAhead].stride);
+        if (k + kRunsAhead < count)
+          prefetchBytes(runs[k + kRunsAhead].src + y * runs[k + kRunsAhead].stride, runs[k + kRunsAhead].bytes);
         copyRun<T>(dstRow + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes, runs[k].pixels,
                    p.channel);
       }
