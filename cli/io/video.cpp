@@ -17,6 +17,7 @@ extern "C" {
 #include <filesystem>
 
 #include "io/media.h"
+#include "io/yuv_convert.h"
 
 namespace cli {
 
@@ -263,6 +264,9 @@ class VideoSource : public FrameSource {
   // A stream may change size mid-way (or a damaged one claim another size):
   // every frame is scaled to the size the stream announced, as ffmpeg does.
   void convert(const AVFrame* f, AVPixelFormat dst, uint8_t* pixels, size_t rowBytes) {
+    if (dst == AV_PIX_FMT_ARGB && f->width == width_ && f->height == height_ &&
+        yuv420ToArgb(f, frameSpace(f), frameRange(f), pixels, rowBytes))
+      return;
     const AVPixelFormat src = static_cast<AVPixelFormat>(f->format);
     SwsContext* s = sws_getCachedContext(sws_.release(), f->width, f->height, src, width_, height_, dst,
                                          kSwsFlags, nullptr, nullptr, nullptr);
@@ -385,7 +389,7 @@ class VideoSink : public FrameSink {
 
   void write(const Picture& p) override {
     if (!opened_) open(p.width, p.height);
-    encodeFrom(p.width, p.height, p.data.data(), p.rowBytes(), sws_.get());
+    encodeFrom(p.width, p.height, p.data.data(), p.rowBytes(), sws_.get(), false);
   }
 
   // 8-bit host pixels go to swscale as ARGB, without a reordered copy first.
@@ -395,7 +399,7 @@ class VideoSink : public FrameSink {
     if (!opened_) open(image.width, image.height);
     if (!swsHost_) swsHost_ = converterFrom(AV_PIX_FMT_ARGB);
     encodeFrom(image.width, image.height, image.pixels.data(), static_cast<size_t>(image.rowbytes),
-               swsHost_.get());
+               swsHost_.get(), true);
   }
 
   void commit() override {
@@ -427,7 +431,8 @@ class VideoSink : public FrameSink {
     return sws;
   }
 
-  void encodeFrom(int width, int height, const uint8_t* pixels, size_t rowBytes, SwsContext* sws) {
+  // `argbOrder`: 8-bit pixels in A, R, G, B order (host pixels) rather than R, G, B, A.
+  void encodeFrom(int width, int height, const uint8_t* pixels, size_t rowBytes, SwsContext* sws, bool argbOrder) {
     if (width != width_ || height != height_)
       throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
     FramePtr frame(av_frame_alloc());
@@ -436,9 +441,12 @@ class VideoSink : public FrameSink {
     frame->height = height_;
     int err = av_frame_get_buffer(frame.get(), 0);
     if (err < 0) throw MediaError(s_.path + ": out of memory for a frame");
-    const uint8_t* srcData[4] = {pixels, nullptr, nullptr, nullptr};
-    const int srcStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
-    sws_scale(sws, srcData, srcStride, 0, height_, frame->data, frame->linesize);
+    const VideoTags t = s_.tags.value_or(VideoTags{});
+    if (deepInput_ || !rgbToYuv420(pixels, rowBytes, argbOrder, t.colorSpace, t.colorRange, frame.get())) {
+      const uint8_t* srcData[4] = {pixels, nullptr, nullptr, nullptr};
+      const int srcStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
+      sws_scale(sws, srcData, srcStride, 0, height_, frame->data, frame->linesize);
+    }
     frame->pts = pts_++;
     encode(frame.get());
   }

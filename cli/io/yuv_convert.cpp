@@ -1,0 +1,72 @@
+#include "io/yuv_convert.h"
+
+#include <libyuv/convert.h>
+#include <libyuv/convert_argb.h>
+#include <libyuv/planar_functions.h>
+
+extern "C" {
+#include <libavutil/pixfmt.h>
+}
+
+namespace cli {
+
+namespace {
+
+bool isBt601(int colorSpace) {
+  switch (colorSpace) {
+    case AVCOL_SPC_BT709:
+    case AVCOL_SPC_BT2020_NCL:
+    case AVCOL_SPC_BT2020_CL:
+    case AVCOL_SPC_FCC:
+    case AVCOL_SPC_SMPTE240M: return false;
+    default: return true;
+  }
+}
+
+// BT.601, the matrix swscale also takes for unspecified and unknown ones
+// (see swsColorspace in video.cpp), in the swapped-chroma form that, with U
+// and V passed the other way round, swaps red and blue in what libyuv
+// writes. Its BT.709 and BT.2020 tables are left alone: they hold the blue
+// coefficient to what its 8-bit vector multiplies take, which here put
+// strong blues up to 16 levels off swscale's (and the standard's).
+const libyuv::YuvConstants* argbConstants(int colorSpace, bool full) {
+  if (!isBt601(colorSpace)) return nullptr;
+  return full ? &libyuv::kYvuJPEGConstants : &libyuv::kYvuI601Constants;
+}
+
+bool positiveStrides(const AVFrame* f) { return f->linesize[0] > 0 && f->linesize[1] > 0 && f->linesize[2] > 0; }
+
+}  // namespace
+
+bool yuv420ToArgb(const AVFrame* f, int colorSpace, int colorRange, uint8_t* argb, size_t rowBytes) {
+  if (f->format != AV_PIX_FMT_YUV420P && f->format != AV_PIX_FMT_YUVJ420P) return false;
+  if (!positiveStrides(f) || f->width <= 0 || f->height <= 0) return false;
+  const bool full = colorRange == AVCOL_RANGE_JPEG;
+  const libyuv::YuvConstants* k = argbConstants(colorSpace, full);
+  if (!k) return false;
+  // Chroma interpolated bilinearly, as swscale does, into R, G, B, A bytes
+  // (libyuv's "ARGB" with red and blue swapped), then turned in place.
+  const int stride = static_cast<int>(rowBytes);
+  if (libyuv::I420ToARGBMatrixFilter(f->data[0], f->linesize[0], f->data[2], f->linesize[2], f->data[1],
+                                     f->linesize[1], argb, stride, k, f->width, f->height,
+                                     libyuv::kFilterBilinear) != 0)
+    return false;
+  static const uint8_t kToArgb[16] = {3, 0, 1, 2, 7, 4, 5, 6, 11, 8, 9, 10, 15, 12, 13, 14};
+  return libyuv::ARGBShuffle(argb, stride, argb, stride, kToArgb, f->width, f->height) == 0;
+}
+
+bool rgbToYuv420(const uint8_t* pixels, size_t rowBytes, bool argbOrder, int colorSpace, int colorRange,
+                 AVFrame* f) {
+  if (f->format != AV_PIX_FMT_YUV420P || !positiveStrides(f) || f->width <= 0 || f->height <= 0) return false;
+  if (!isBt601(colorSpace) || colorRange == AVCOL_RANGE_JPEG) return false;
+  // libyuv names formats by their order in a little-endian word: its "BGRA"
+  // is A, R, G, B in memory and its "ABGR" is R, G, B, A.
+  const int stride = static_cast<int>(rowBytes);
+  const int r = argbOrder ? libyuv::BGRAToI420(pixels, stride, f->data[0], f->linesize[0], f->data[1], f->linesize[1],
+                                               f->data[2], f->linesize[2], f->width, f->height)
+                          : libyuv::ABGRToI420(pixels, stride, f->data[0], f->linesize[0], f->data[1], f->linesize[1],
+                                               f->data[2], f->linesize[2], f->width, f->height);
+  return r == 0;
+}
+
+}  // namespace cli
