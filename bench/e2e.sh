@@ -5,8 +5,9 @@
 #   (c) tesselux render to null: (no encode)  vs (d) ffmpeg decode only (-f null)
 # Prints frames per second of each and the ratios a/b and c/d.
 #
-# usage: bench/e2e.sh [BUILD_DIR] (default build/); REPEAT=n runs each n times
-# and keeps the fastest; WORK=dir keeps the files there (default: a temp dir).
+# usage: bench/e2e.sh [BUILD_DIR] (default build/); REPEAT=n runs n rounds of
+# the four and keeps each one's fastest; WORK=dir keeps the files there
+# (default: a temp dir).
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$here/build}
@@ -25,24 +26,25 @@ fi
 frames=$(ffprobe -v error -select_streams v:0 -count_packets -show_entries stream=nb_read_packets \
   -of csv=p=0 "$input")
 
-# Seconds of the fastest of $repeat runs of the command.
-best() {
-  local bestt=""
-  for _ in $(seq "$repeat"); do
-    local t0 t1 t
-    t0=$(date +%s.%N)
-    "$@" >/dev/null 2>&1
-    t1=$(date +%s.%N)
-    t=$(awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f", b - a }')
-    if [ -z "$bestt" ] || awk -v t="$t" -v b="$bestt" 'BEGIN { exit !(t < b) }'; then bestt=$t; fi
-  done
-  echo "$bestt"
+# Seconds one run of the command takes.
+timed() {
+  local t0 t1
+  t0=$(date +%s.%N)
+  "$@" >/dev/null 2>&1
+  t1=$(date +%s.%N)
+  awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f", b - a }'
 }
+smaller() { awk -v t="$1" -v b="$2" 'BEGIN { if (b == "" || t < b) print t; else print b }'; }
 
-ta=$(best "$tesselux" render "$input" -o "$work/a.mp4" --quiet)
-tb=$(best ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4")
-tc=$(best "$tesselux" render "$input" -o null: --quiet)
-td=$(best ffmpeg -v error -y -i "$input" -f null -)
+# Each round runs the four commands one after another, so that a slow spell
+# of a shared machine falls on all of them; each keeps its fastest round.
+ta="" tb="" tc="" td=""
+for _ in $(seq "$repeat"); do
+  ta=$(smaller "$(timed "$tesselux" render "$input" -o "$work/a.mp4" --quiet)" "$ta")
+  tb=$(smaller "$(timed ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4")" "$tb")
+  tc=$(smaller "$(timed "$tesselux" render "$input" -o null: --quiet)" "$tc")
+  td=$(smaller "$(timed ffmpeg -v error -y -i "$input" -f null -)" "$td")
+done
 
 fps() { awk -v n="$frames" -v t="$1" 'BEGIN { printf "%.2f", n / t }'; }
 fa=$(fps "$ta"); fb=$(fps "$tb"); fc=$(fps "$tc"); fd=$(fps "$td")
