@@ -2,7 +2,6 @@
 
 #include <libyuv/convert.h>
 #include <libyuv/convert_argb.h>
-#include <libyuv/planar_functions.h>
 
 extern "C" {
 #include <libavutil/pixfmt.h>
@@ -25,10 +24,11 @@ bool isBt601(int colorSpace) {
 
 // BT.601, the matrix swscale also takes for unspecified and unknown ones
 // (see swsColorspace in video.cpp), in the swapped-chroma form that, with U
-// and V passed the other way round, swaps red and blue in what libyuv
-// writes. Its BT.709 and BT.2020 tables are left alone: they hold the blue
-// coefficient to what its 8-bit vector multiplies take, which here put
-// strong blues up to 16 levels off swscale's (and the standard's).
+// and V passed the other way round, turns libyuv's A, B, G, R byte order
+// (its "RGBA") into A, R, G, B. Its BT.709 and BT.2020 tables are left
+// alone: they hold the blue coefficient to what its 8-bit vector multiplies
+// take, which here put strong blues up to 16 levels off swscale's (and the
+// standard's).
 const libyuv::YuvConstants* argbConstants(int colorSpace, bool full) {
   if (!isBt601(colorSpace)) return nullptr;
   return full ? &libyuv::kYvuJPEGConstants : &libyuv::kYvuI601Constants;
@@ -44,15 +44,10 @@ bool yuv420ToArgb(const AVFrame* f, int colorSpace, int colorRange, uint8_t* arg
   const bool full = colorRange == AVCOL_RANGE_JPEG;
   const libyuv::YuvConstants* k = argbConstants(colorSpace, full);
   if (!k) return false;
-  // Chroma interpolated bilinearly, as swscale does, into R, G, B, A bytes
-  // (libyuv's "ARGB" with red and blue swapped), then turned in place.
-  const int stride = static_cast<int>(rowBytes);
-  if (libyuv::I420ToARGBMatrixFilter(f->data[0], f->linesize[0], f->data[2], f->linesize[2], f->data[1],
-                                     f->linesize[1], argb, stride, k, f->width, f->height,
-                                     libyuv::kFilterBilinear) != 0)
-    return false;
-  static const uint8_t kToArgb[16] = {3, 0, 1, 2, 7, 4, 5, 6, 11, 8, 9, 10, 15, 12, 13, 14};
-  return libyuv::ARGBShuffle(argb, stride, argb, stride, kToArgb, f->width, f->height) == 0;
+  // Each chroma sample serves its 2 x 2 pixels, as in swscale's converter
+  // for frames that keep their size.
+  return libyuv::I420ToRGBAMatrix(f->data[0], f->linesize[0], f->data[2], f->linesize[2], f->data[1], f->linesize[1],
+                                  argb, static_cast<int>(rowBytes), k, f->width, f->height) == 0;
 }
 
 bool rgbToYuv420(const uint8_t* pixels, size_t rowBytes, bool argbOrder, int colorSpace, int colorRange,
