@@ -182,51 +182,64 @@ constexpr A_long kSumColumns = 256;
 constexpr A_long kRowSumMaxWidth = 65536;
 
 #if TESSELUX_AVX2_SUMS
+// Widest block the 256-bit 8-bit sums take: a block's pixel row is then at
+// most 256 steps (eight pixels, or four at the end), and a 16-bit lane holds
+// 256 values of 255.
+constexpr A_long kWideSumMaxWidth = 2040;
+
 // 8-bit with 256-bit registers: eight pixels a step, a last step of four
-// with the upper half zero, and single pixels after that. The lanes are
-// arranged as in the 128-bit version below (even 32-bit lanes A or R, odd
-// ones G or B), and a 16-bit lane takes at most 129 values of 255 before it
-// is widened, so no sum is lost on the way.
+// with the upper half zero, and single pixels after that. Each block column
+// keeps 16-bit lanes (even lanes A or R, odd ones G or B) across as many
+// pixel rows as stay within 256 steps, so the lanes are widened into 32-bit
+// totals once per group of rows rather than once per block and row; those
+// are emptied into 64-bit totals before a lane could pass 2^32.
 __attribute__((target("avx2"))) inline void sumBlockRow8Avx2(const unsigned char* base, ptrdiff_t rowbytes,
                                                              A_long rows, A_long bw, A_long columns,
                                                              A_long lastCols, uint64_t (*sums)[4]) {
   for (A_long c = 0; c < columns; ++c) sums[c][0] = sums[c][1] = sums[c][2] = sums[c][3] = 0;
   const __m256i low = _mm256_set1_epi16(0x00FF);
   const __m256i zero = _mm256_setzero_si256();
-  __m256i ag[kSumColumns], rb[kSumColumns];
-  for (A_long c = 0; c < columns; ++c) ag[c] = rb[c] = zero;
+  __m256i ag16[kSumColumns], rb16[kSumColumns], ag[kSumColumns], rb[kSumColumns];
+  for (A_long c = 0; c < columns; ++c) ag16[c] = rb16[c] = ag[c] = rb[c] = zero;
+  const A_long stepsPerRow = (bw + 7) / 8;
+  const A_long widenEvery = 256 / stepsPerRow;
   const A_long flushEvery = static_cast<A_long>(0xFFFFFFFFu / (static_cast<uint32_t>(bw) * 255u));
-  A_long sinceFlush = 0;
+  A_long sinceWiden = 0, sinceFlush = 0;
   for (A_long y = 0; y < rows; ++y) {
     const unsigned char* p = base + y * rowbytes;
     for (A_long c = 0; c < columns; ++c, p += 4 * static_cast<ptrdiff_t>(bw)) {
       const A_long cols = c == columns - 1 ? lastCols : bw;
+      __m256i a16 = ag16[c], r16 = rb16[c];
       A_long x = 0;
-      while (cols - x >= 4) {
-        const A_long steps = (cols - x) / 8 < 128 ? (cols - x) / 8 : 128;
-        const unsigned char* q = p + 4 * x;
-        __m256i a16 = zero, r16 = zero;
-        for (A_long k = 0; k < steps; ++k, q += 32) {
-          const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
-          a16 = _mm256_add_epi16(a16, _mm256_and_si256(v, low));
-          r16 = _mm256_add_epi16(r16, _mm256_srli_epi16(v, 8));
-        }
-        x += 8 * steps;
-        if (steps < 128 && cols - x >= 4) {
-          const __m256i v = _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(q)));
-          a16 = _mm256_add_epi16(a16, _mm256_and_si256(v, low));
-          r16 = _mm256_add_epi16(r16, _mm256_srli_epi16(v, 8));
-          x += 4;
-        }
-        ag[c] = _mm256_add_epi32(ag[c], _mm256_add_epi32(_mm256_unpacklo_epi16(a16, zero),
-                                                         _mm256_unpackhi_epi16(a16, zero)));
-        rb[c] = _mm256_add_epi32(rb[c], _mm256_add_epi32(_mm256_unpacklo_epi16(r16, zero),
-                                                         _mm256_unpackhi_epi16(r16, zero)));
+      for (; x + 8 <= cols; x += 8) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 4 * x));
+        a16 = _mm256_add_epi16(a16, _mm256_and_si256(v, low));
+        r16 = _mm256_add_epi16(r16, _mm256_srli_epi16(v, 8));
       }
+      if (x + 4 <= cols) {
+        const __m256i v = _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * x)));
+        a16 = _mm256_add_epi16(a16, _mm256_and_si256(v, low));
+        r16 = _mm256_add_epi16(r16, _mm256_srli_epi16(v, 8));
+        x += 4;
+      }
+      ag16[c] = a16;
+      rb16[c] = r16;
       for (; x < cols; ++x)
         for (int k = 0; k < 4; ++k) sums[c][k] += p[4 * x + k];
     }
-    if (++sinceFlush == flushEvery || y == rows - 1) {
+    const bool last = y == rows - 1;
+    const bool flush = ++sinceFlush == flushEvery || last;
+    if (++sinceWiden == widenEvery || flush) {
+      for (A_long c = 0; c < columns; ++c) {
+        ag[c] = _mm256_add_epi32(ag[c], _mm256_add_epi32(_mm256_unpacklo_epi16(ag16[c], zero),
+                                                         _mm256_unpackhi_epi16(ag16[c], zero)));
+        rb[c] = _mm256_add_epi32(rb[c], _mm256_add_epi32(_mm256_unpacklo_epi16(rb16[c], zero),
+                                                         _mm256_unpackhi_epi16(rb16[c], zero)));
+        ag16[c] = rb16[c] = zero;
+      }
+      sinceWiden = 0;
+    }
+    if (flush) {
       for (A_long c = 0; c < columns; ++c) {
         uint32_t l[8], m[8];
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(l), ag[c]);
@@ -255,7 +268,7 @@ inline bool cpuHasAvx2() {
 inline void sumBlockRow8(const unsigned char* base, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
                          A_long lastCols, uint64_t (*sums)[4], bool wide = true) {
 #if TESSELUX_AVX2_SUMS
-  if (wide && cpuHasAvx2()) {
+  if (wide && bw <= kWideSumMaxWidth && cpuHasAvx2()) {
     sumBlockRow8Avx2(base, rowbytes, rows, bw, columns, lastCols, sums);
     return;
   }

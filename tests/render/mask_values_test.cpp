@@ -339,18 +339,20 @@ TEST(MaskValuesDepth, WideBlocksOfExtremeValuesSumExactly) {
 
 // The 8-bit row sums come in a 128-bit and, where the processor has it, a
 // 256-bit version; both must give the plain sums for every block width
-// (eight-, four- and single-pixel steps), a narrower last block, row
-// padding and more than 128 steps per block row.
+// (eight-, four- and single-pixel steps, up to and past the widest the
+// 256-bit version takes), a narrower last block, row padding, lanes carried
+// over many rows, and the largest values everywhere.
 TEST(RowSums, EightBitVersionsAgreeWithPlainSums) {
   std::mt19937 rng(5);
-  const int widths[] = {1, 3, 4, 5, 7, 8, 9, 12, 13, 16, 31, 32, 33, 64, 100, 1029, 1100};
+  const int widths[] = {1, 3, 4, 5, 7, 8, 9, 12, 13, 16, 31, 32, 33, 64, 100, 1029, 2040, 2041, 2100};
   for (int bw : widths) {
     for (int columns : {1, 2, 5}) {
       const int lastCols = bw > 2 ? bw - 2 : bw;
-      const int rows = 3 + static_cast<int>(rng() % 5);
+      const int rows = columns == 1 ? 3 + static_cast<int>(rng() % 5) : 263;
       const ptrdiff_t rowbytes = static_cast<ptrdiff_t>(bw * (columns - 1) + lastCols + 3) * 4;
       std::vector<unsigned char> px(static_cast<size_t>(rowbytes) * rows);
-      for (auto& b : px) b = static_cast<unsigned char>(rng());
+      // All 255 for one column count: the lanes then fill as far as they may.
+      for (auto& b : px) b = columns == 5 ? 255 : static_cast<unsigned char>(rng());
       uint64_t expected[5][4] = {};
       for (int c = 0; c < columns; ++c) {
         const int cols = c == columns - 1 ? lastCols : bw;
