@@ -559,6 +559,19 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
   }
 }
 
+#if TESSELUX_AVX2
+// Pieces of 32 or 64 bytes (small blocks) down `rows` rows, in whole 256-bit
+// moves: cheaper than a library call per piece and row.
+__attribute__((target("avx2"))) inline void copyShortRowsAvx2(unsigned char* dst, ptrdiff_t dstStride,
+                                                              const unsigned char* src, ptrdiff_t srcStride,
+                                                              size_t bytes, A_long rows) {
+  for (A_long y = 0; y < rows; ++y, dst += dstStride, src += srcStride)
+    for (size_t q = 0; q < bytes; q += 32)
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + q),
+                          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + q)));
+}
+#endif
+
 // Moved blocks come from anywhere within the spread, cache misses that the
 // processor does not see coming; the source lines of the run this many
 // places ahead are requested before each copy, so that the misses overlap.
@@ -596,6 +609,9 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPl
   // cost only their reads. Bands of about 256 KB stay in a core's cache.
   const size_t rowBytes = static_cast<size_t>(g.width) * pix;
   const size_t bandRows = (size_t(256) << 10) / (rowBytes ? rowBytes : 1);
+#if TESSELUX_AVX2
+  const bool avx2 = inPlace && cpuHasAvx2();
+#endif
   const A_long band = bandRows < 4 ? 4 : bandRows > 1024 ? 1024 : static_cast<A_long>(bandRows);
   // With composite on every block is drawn and the destinations are a
   // permutation, so every entry is written below.
@@ -659,8 +675,16 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPl
             const Run& a = runs[k + kRunsAhead];
             for (A_long y = y0; y < y1; ++y) prefetchBytes(a.src + y * a.stride, a.bytes);
           }
+          const Run& run = runs[k];
+#if TESSELUX_AVX2
+          if (avx2 && (run.bytes == 32 || run.bytes == 64)) {
+            copyShortRowsAvx2(dstRow + y0 * p.outRowbytes + run.dstOffset, p.outRowbytes, run.src + y0 * run.stride,
+                              run.stride, run.bytes, y1 - y0);
+            continue;
+          }
+#endif
           for (A_long y = y0; y < y1; ++y)
-            copyBytes(dstRow + y * p.outRowbytes + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes);
+            copyBytes(dstRow + y * p.outRowbytes + run.dstOffset, run.src + y * run.stride, run.bytes);
         }
       }
       continue;

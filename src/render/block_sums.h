@@ -16,13 +16,13 @@
 #include <emmintrin.h>
 #endif
 
-// x86 builds carry a 256-bit version of the 8-bit row sums, chosen at run
+// x86 builds carry 256-bit versions of a few inner loops, chosen at run
 // time: the plug-in itself is built for the baseline instruction set.
 #if defined(__SSE2__) && (defined(__GNUC__) || defined(__clang__))
-#define TESSELUX_AVX2_SUMS 1
+#define TESSELUX_AVX2 1
 #include <immintrin.h>
 #else
-#define TESSELUX_AVX2_SUMS 0
+#define TESSELUX_AVX2 0
 #endif
 
 namespace tesselux_kernel {
@@ -181,7 +181,7 @@ constexpr A_long kSumColumns = 256;
 // then add at most 65536 * 65535 to a 32-bit lane.
 constexpr A_long kRowSumMaxWidth = 65536;
 
-#if TESSELUX_AVX2_SUMS
+#if TESSELUX_AVX2
 // Widest block the 256-bit 8-bit sums take: a block's pixel row is then at
 // most 256 steps (eight pixels, or four at the end), and a 16-bit lane holds
 // 256 values of 255.
@@ -267,7 +267,7 @@ inline bool cpuHasAvx2() {
 // pass 2^32. `wide` allows the 256-bit version where the processor has it.
 inline void sumBlockRow8(const unsigned char* base, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
                          A_long lastCols, uint64_t (*sums)[4], bool wide = true) {
-#if TESSELUX_AVX2_SUMS
+#if TESSELUX_AVX2
   if (wide && bw <= kWideSumMaxWidth && cpuHasAvx2()) {
     sumBlockRow8Avx2(base, rowbytes, rows, bw, columns, lastCols, sums);
     return;
