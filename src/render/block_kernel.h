@@ -13,6 +13,7 @@
 
 #include "params/param_values.h"
 #include "render/block_sums.h"
+#include "render/cpu_features.h"
 #include "render/fast_divide.h"
 #include "render/random.h"
 #include "render/render_internal.h"

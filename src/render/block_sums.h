@@ -11,18 +11,10 @@
 #include <string.h>
 
 #include "aesdk/aesdk.h"
+#include "render/cpu_features.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
-#endif
-
-// x86 builds carry 256-bit versions of a few inner loops, chosen at run
-// time: the plug-in itself is built for the baseline instruction set.
-#if defined(__SSE2__) && (defined(__GNUC__) || defined(__clang__))
-#define TESSELUX_AVX2 1
-#include <immintrin.h>
-#else
-#define TESSELUX_AVX2 0
 #endif
 
 namespace tesselux_kernel {
@@ -255,10 +247,6 @@ __attribute__((target("avx2"))) inline void sumBlockRow8Avx2(const unsigned char
   }
 }
 
-inline bool cpuHasAvx2() {
-  static const bool has = __builtin_cpu_supports("avx2");
-  return has;
-}
 #endif
 
 // 8-bit. Each block's run of a pixel row is summed as in sumBlock8 (channel

@@ -1,0 +1,23 @@
+// What the processor offers beyond the instruction set the plug-in is built
+// for. x86 builds carry 256-bit versions of a few inner loops (mask sums,
+// short block copies), compiled with the target attribute and chosen at run
+// time: the plug-in itself runs on any x86-64.
+#pragma once
+
+#if defined(__SSE2__) && (defined(__GNUC__) || defined(__clang__))
+#define TESSELUX_AVX2 1
+#include <immintrin.h>
+#else
+#define TESSELUX_AVX2 0
+#endif
+
+namespace tesselux_kernel {
+
+#if TESSELUX_AVX2
+inline bool cpuHasAvx2() {
+  static const bool has = __builtin_cpu_supports("avx2");
+  return has;
+}
+#endif
+
+}  // namespace tesselux_kernel
