@@ -65,13 +65,8 @@ thost::Depth autoDepth(SampleType fileType) {
                                        : thost::Depth::Float32;
 }
 
-thost::Image toHost(const Picture& in, thost::Depth depth) {
-  thost::Image out;
-  out.width = in.width;
-  out.height = in.height;
-  out.depth = depth;
-  out.rowbytes = static_cast<std::ptrdiff_t>(in.width) * thost::bytesPerPixel(depth);
-  out.pixels.resize(static_cast<size_t>(out.rowbytes) * static_cast<size_t>(in.height));
+thost::Image toHost(const Picture& in, thost::Depth depth, std::shared_ptr<thost::PixelPool> pool) {
+  thost::Image out = thost::Image::unfilled(in.width, in.height, depth, std::move(pool));
   using u8 = uint8_t;
   using u16 = uint16_t;
   switch (depth) {

@@ -47,7 +47,8 @@ struct Picture {
 thost::Depth autoDepth(SampleType fileType);
 
 // A file picture as a host world of the given depth, at origin (0, 0).
-thost::Image toHost(const Picture& picture, thost::Depth depth);
+thost::Image toHost(const Picture& picture, thost::Depth depth,
+                    std::shared_ptr<thost::PixelPool> pool = nullptr);
 // A host world as a file picture of the given sample type.
 Picture fromHost(const thost::Image& image, SampleType type);
 // A file picture in another sample type, through the host conversions' rules

@@ -172,14 +172,21 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   double timeFrames = 0;
   for (const ControlOption& o : controls)
     if (o.id == 9) timeFrames = base.controls.count(9) ? base.controls.at(9) : o.param->def.u.fd.dephault / 65536.0;
-  if (timeFrames == 0) {
-    const size_t frameBytes = static_cast<size_t>(size0.first) * static_cast<size_t>(size0.second) *
-                              static_cast<size_t>(thost::bytesPerPixel(depth));
-    cacheBytes = std::min(cacheBytes, (tokens + 2) * frameBytes);
-  }
+  const size_t frameBytes = static_cast<size_t>(size0.first) * static_cast<size_t>(size0.second) *
+                            static_cast<size_t>(thost::bytesPerPixel(depth));
+  if (timeFrames == 0) cacheBytes = std::min(cacheBytes, (tokens + 2) * frameBytes);
+  // Decoded frames leaving the cache and rendered frames leaving the writer
+  // give their memory back for the next ones, instead of to the system.
+  const auto pool = std::make_shared<thost::PixelPool>((tokens + 2) * frameBytes);
+  base.outputPool = pool;
+  source->pixelPool = pool;
   auto layer = std::make_shared<SourceClip>(std::move(source), cacheBytes);
   base.layer = layer;
-  if (!s.mask.empty()) base.mask = std::make_shared<SourceClip>(openSource(s.mask), cacheBytes / 4);
+  if (!s.mask.empty()) {
+    std::unique_ptr<FrameSource> maskSource = openSource(s.mask);
+    maskSource->pixelPool = pool;
+    base.mask = std::make_shared<SourceClip>(std::move(maskSource), cacheBytes / 4);
+  }
 
   if (s.align) {
     auto valueOf = [&](int id) {

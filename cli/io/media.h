@@ -65,11 +65,13 @@ class FrameSource {
   virtual Picture read(int k) = 0;
   // Frame k in host pixels of the given depth, converted by the host rules;
   // a source that can decode straight into them (8-bit video) does so.
-  virtual thost::Image readHost(int k, thost::Depth depth) { return toHost(read(k), depth); }
+  virtual thost::Image readHost(int k, thost::Depth depth) { return toHost(read(k), depth, pixelPool); }
   // Frames readHost() decodes on the way to another (videos decoding forward
   // from a key frame), in the depth asked, are handed here when set, so a
   // cache can keep them.
   std::function<void(int, thost::Image&&)> onSideFrame;
+  // Memory for the host images readHost() makes, when set.
+  std::shared_ptr<thost::PixelPool> pixelPool;
 };
 
 std::unique_ptr<FrameSource> openSource(const std::string& path);

@@ -256,7 +256,7 @@ class VideoSource : public FrameSource {
   }
 
   thost::Image toArgb(const AVFrame* f) {
-    thost::Image image = thost::Image::unfilled(width_, height_, thost::Depth::Bits8);
+    thost::Image image = thost::Image::unfilled(width_, height_, thost::Depth::Bits8, pixelPool);
     convert(f, AV_PIX_FMT_ARGB, image.pixels.data(), static_cast<size_t>(image.rowbytes));
     return image;
   }
@@ -280,7 +280,7 @@ class VideoSource : public FrameSource {
 
   thost::Image toHostImage(const AVFrame* f, thost::Depth depth) {
     if (!deep_ && depth == thost::Depth::Bits8) return toArgb(f);
-    return toHost(toPicture(f), depth);
+    return toHost(toPicture(f), depth, pixelPool);
   }
 
   int frameSpace(const AVFrame* f) const {
@@ -435,20 +435,28 @@ class VideoSink : public FrameSink {
   void encodeFrom(int width, int height, const uint8_t* pixels, size_t rowBytes, SwsContext* sws, bool argbOrder) {
     if (width != width_ || height != height_)
       throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
-    FramePtr frame(av_frame_alloc());
-    frame->format = pixfmt_;
-    frame->width = width_;
-    frame->height = height_;
-    int err = av_frame_get_buffer(frame.get(), 0);
-    if (err < 0) throw MediaError(s_.path + ": out of memory for a frame");
+    // One frame, reused: the encoder copies or references what it keeps, and
+    // make_writable gives a fresh buffer only while it still holds this one.
+    // A new frame each time would cost its page faults every frame.
+    if (!frame_) {
+      frame_.reset(av_frame_alloc());
+      if (!frame_) throw MediaError(s_.path + ": out of memory for a frame");
+      frame_->format = pixfmt_;
+      frame_->width = width_;
+      frame_->height = height_;
+      if (av_frame_get_buffer(frame_.get(), 0) < 0) throw MediaError(s_.path + ": out of memory for a frame");
+    } else if (av_frame_make_writable(frame_.get()) < 0) {
+      throw MediaError(s_.path + ": out of memory for a frame");
+    }
+    AVFrame* const frame = frame_.get();
     const VideoTags t = s_.tags.value_or(VideoTags{});
-    if (deepInput_ || !rgbToYuv420(pixels, rowBytes, argbOrder, t.colorSpace, t.colorRange, frame.get())) {
+    if (deepInput_ || !rgbToYuv420(pixels, rowBytes, argbOrder, t.colorSpace, t.colorRange, frame)) {
       const uint8_t* srcData[4] = {pixels, nullptr, nullptr, nullptr};
       const int srcStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
       sws_scale(sws, srcData, srcStride, 0, height_, frame->data, frame->linesize);
     }
     frame->pts = pts_++;
-    encode(frame.get());
+    encode(frame);
   }
 
   void open(int width, int height) {
@@ -576,6 +584,7 @@ class VideoSink : public FrameSink {
   CodecPtr enc_;
   AVStream* st_ = nullptr;
   SwsPtr sws_;
+  FramePtr frame_;  // the frame handed to the encoder
   SwsPtr swsHost_;  // from 8-bit host pixels, made on first use
   AVPixelFormat pixfmt_ = AV_PIX_FMT_NONE;
   bool deepInput_ = false;

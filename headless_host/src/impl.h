@@ -213,6 +213,7 @@ struct RenderState {
   PF_DeletePreRenderDataFunc deletePreRenderData = nullptr;
   Image* into = nullptr;              // caller's picture the output starts from and goes to
   std::unique_ptr<Image> ownOutput;   // the output image made for a borrowed output world
+  std::shared_ptr<PixelPool> outputPool;  // its memory; null: operator new
   PF_PreRenderInput preIn{};
   PF_PreRenderOutput preOut{};
   PF_PreRenderCallbacks preCb{};

@@ -22,8 +22,9 @@ Image::Image(int w, int h, Depth d)
       rowbytes(static_cast<std::ptrdiff_t>(w) * bytesPerPixel(d)),
       pixels(static_cast<size_t>(rowbytes) * static_cast<size_t>(h > 0 ? h : 0), uint8_t{0}) {}
 
-Image Image::unfilled(int w, int h, Depth d) {
+Image Image::unfilled(int w, int h, Depth d, std::shared_ptr<PixelPool> pool) {
   Image img;
+  if (pool) img.pixels = PixelStore(PixelAllocator<uint8_t>(std::move(pool)));
   img.width = w;
   img.height = h;
   img.depth = d;
@@ -250,7 +251,8 @@ LentWorld* Host::Impl::lendOutput(int width, int height, A_long originX, A_long 
     // Unchecked: the effect renders straight into the caller's image, or into
     // one the result takes over, with no fill and no copy on the way out.
     if (!render.into) {
-      render.ownOutput = std::make_unique<Image>(Image::unfilled(width, height, render.depth));
+      render.ownOutput =
+          std::make_unique<Image>(Image::unfilled(width, height, render.depth, render.outputPool));
       render.ownOutput->originX = originX;
       render.ownOutput->originY = originY;
     }
@@ -669,6 +671,7 @@ RenderResult RenderHost::render(const RenderRequest& request) const {
   RenderState& r = d.render;
   r.depth = request.depth;
   r.guardWorlds = o.guardWorlds;
+  r.outputPool = request.outputPool;
   r.clips[0] = request.layer;
   if (request.mask) {
     const PF_ParamIndex mask = d.maskIndex();

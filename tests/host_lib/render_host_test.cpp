@@ -2,6 +2,8 @@
 // threads at once equal the same frames rendered one after the other.
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <cmath>
 #include <condition_variable>
 #include <mutex>
@@ -119,6 +121,57 @@ TEST_F(RenderHostTest, RendersIntoACallersPicture) {
   Image wrong(32, 17, Depth::Float32);
   req.into = &wrong;
   EXPECT_THROW(host.render(req), std::invalid_argument);
+}
+
+// Unchecked renders (as the command makes them) take the output's memory from
+// the request's pool: a result handed back gives it to the next render.
+TEST_F(RenderHostTest, OutputsComeFromTheRequestsPoolAndGoBackToIt) {
+  RenderHost::Options o = fakeOptions();
+  o.guardWorlds = false;
+  RenderHost host(o);
+  const Image plain = host.render(request(3)).output;
+  auto pool = std::make_shared<thost::PixelPool>(size_t{1} << 20);
+  RenderRequest req = request(3);
+  req.outputPool = pool;
+  const uint8_t* first = nullptr;
+  {
+    RenderResult r = host.render(req);
+    ASSERT_EQ(r.err, PF_Err_NONE);
+    EXPECT_EQ(r.output, plain);
+    EXPECT_EQ(r.output.pixels.get_allocator().pool, pool);
+    first = r.output.pixels.data();
+    EXPECT_EQ(pool->keptBytes(), 0u);
+  }
+  EXPECT_GT(pool->keptBytes(), 0u);
+  const RenderResult again = host.render(req);
+  EXPECT_EQ(again.output.pixels.data(), first);
+  EXPECT_EQ(pool->reused(), 1u);
+  EXPECT_EQ(again.output, plain);
+}
+
+TEST(PixelPoolTest, KeepsBlocksUpToItsLimitAndServesThemBySize) {
+  const size_t one = static_cast<size_t>(16 * 8 * 4) + thost::kPixelTailRoom;  // a 16x8 8-bit image's block
+  auto pool = std::make_shared<thost::PixelPool>(one);
+  const uint8_t* kept = nullptr;
+  {
+    Image a = Image::unfilled(16, 8, Depth::Bits8, pool);
+    Image b = Image::unfilled(16, 8, Depth::Bits8, pool);
+    // Room past the last row holds for pooled pictures too.
+    EXPECT_GE(malloc_usable_size(a.pixels.data()), a.pixels.size() + 64);
+    Image moved = std::move(b);  // the pool goes with the pixels
+    EXPECT_EQ(moved.pixels.get_allocator().pool, pool);
+    kept = moved.pixels.data();
+  }  // `moved` goes first: its block is kept; a's would pass the limit and is freed
+  EXPECT_EQ(pool->keptBytes(), one);
+  Image other = Image::unfilled(8, 16, Depth::Bits16, pool);  // another size: a new block
+  EXPECT_EQ(pool->reused(), 0u);
+  Image same = Image::unfilled(16, 8, Depth::Bits8, pool);
+  EXPECT_EQ(same.pixels.data(), kept);
+  EXPECT_EQ(pool->reused(), 1u);
+  EXPECT_EQ(pool->keptBytes(), 0u);
+  const Image copy = same;  // a copy draws from the same pool
+  EXPECT_EQ(copy.pixels.get_allocator().pool, pool);
+  EXPECT_EQ(copy, same);
 }
 
 TEST_F(RenderHostTest, CallsAreRecordedPerRenderOrNotAtAll) {

@@ -12,8 +12,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -25,22 +27,60 @@ enum class Depth { Bits8 = 8, Bits16 = 16, Float32 = 32 };
 
 inline int bytesPerPixel(Depth d) { return d == Depth::Bits8 ? 4 : d == Depth::Bits16 ? 8 : 16; }
 
+// Frame memory kept for reuse. A stream of frames that allocates each one
+// afresh pays the system for every page of it (a 1920x1080 8-bit frame is
+// two thousand page faults, each a trip through the hypervisor on a virtual
+// machine); blocks given back here are kept, up to `keepBytes`, and handed to
+// the next request of the same size. Thread-safe.
+class PixelPool {
+ public:
+  explicit PixelPool(std::size_t keepBytes) : limit_(keepBytes) {}
+  ~PixelPool();
+  PixelPool(const PixelPool&) = delete;
+  PixelPool& operator=(const PixelPool&) = delete;
+  void* take(std::size_t bytes);                  // throws std::bad_alloc
+  void give(void* block, std::size_t bytes) noexcept;
+  std::size_t keptBytes() const;
+  std::size_t reused() const;                     // takes served from kept blocks
+
+ private:
+  mutable std::mutex mutex_;
+  std::multimap<std::size_t, void*> kept_;
+  std::size_t keptBytes_ = 0;
+  std::size_t reused_ = 0;
+  const std::size_t limit_;
+};
+
 // Pixel memory that is not cleared when it grows (a frame about to be written
-// in full is not zero-filled first), and that owns kPixelTailRoom bytes past
-// its end: vector code such as swscale's reads and writes whole vectors beyond
-// the last row of a tightly packed picture.
+// in full is not zero-filled first), that owns kPixelTailRoom bytes past its
+// end (vector code such as swscale's reads and writes whole vectors beyond the
+// last row of a tightly packed picture), and that comes from a PixelPool when
+// it is given one.
 inline constexpr std::size_t kPixelTailRoom = 128;
 template <typename T>
-struct PixelAllocator : std::allocator<T> {
-  template <typename U>
-  struct rebind {
-    using other = PixelAllocator<U>;
-  };
+struct PixelAllocator {
+  using value_type = T;
+  using propagate_on_container_copy_assignment = std::true_type;
+  using propagate_on_container_move_assignment = std::true_type;
+  using propagate_on_container_swap = std::true_type;
+
   PixelAllocator() = default;
+  explicit PixelAllocator(std::shared_ptr<PixelPool> p) : pool(std::move(p)) {}
   template <typename U>
-  PixelAllocator(const PixelAllocator<U>&) {}
-  T* allocate(std::size_t n) { return std::allocator<T>::allocate(n + room()); }
-  void deallocate(T* p, std::size_t n) { std::allocator<T>::deallocate(p, n + room()); }
+  PixelAllocator(const PixelAllocator<U>& o) : pool(o.pool) {}
+
+  T* allocate(std::size_t n) {
+    if (n > static_cast<std::size_t>(-1) / sizeof(T) - room()) throw std::bad_array_new_length();
+    const std::size_t bytes = (n + room()) * sizeof(T);
+    return static_cast<T*>(pool ? pool->take(bytes) : ::operator new(bytes));
+  }
+  void deallocate(T* p, std::size_t n) noexcept {
+    const std::size_t bytes = (n + room()) * sizeof(T);
+    if (pool)
+      pool->give(p, bytes);
+    else
+      ::operator delete(p);
+  }
   template <typename U>
   void construct(U* p) noexcept {
     ::new (static_cast<void*>(p)) U;
@@ -49,6 +89,12 @@ struct PixelAllocator : std::allocator<T> {
   void construct(U* p, Args&&... args) {
     ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
   }
+  template <typename U>
+  bool operator==(const PixelAllocator<U>& o) const { return pool == o.pool; }
+  template <typename U>
+  bool operator!=(const PixelAllocator<U>& o) const { return pool != o.pool; }
+
+  std::shared_ptr<PixelPool> pool;  // null: operator new
 
  private:
   static constexpr std::size_t room() { return (kPixelTailRoom + sizeof(T) - 1) / sizeof(T); }
@@ -66,8 +112,9 @@ struct Image {
 
   Image() = default;
   Image(int w, int h, Depth d);  // tightly packed, zero-filled
-  // Tightly packed and not cleared: for a picture that is written in full next.
-  static Image unfilled(int w, int h, Depth d);
+  // Tightly packed and not cleared: for a picture that is written in full
+  // next; its memory from `pool` when one is given.
+  static Image unfilled(int w, int h, Depth d, std::shared_ptr<PixelPool> pool = nullptr);
   uint8_t* row(int y) { return pixels.data() + y * rowbytes; }
   const uint8_t* row(int y) const { return pixels.data() + y * rowbytes; }
   bool operator==(const Image& o) const;  // same geometry and the same pixels (row padding ignored)
@@ -132,6 +179,8 @@ struct RenderRequest {
   // With world guards off the host lends the effect the clip frames' and this
   // image's own memory instead of copies.
   Image* into = nullptr;
+  // Memory for an output the host makes (no `into`); null: operator new.
+  std::shared_ptr<PixelPool> outputPool;
 };
 
 struct RenderResult {
