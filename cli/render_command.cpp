@@ -164,7 +164,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   const std::optional<VideoTags> tags = source->tags();
   const std::pair<int, int> size0 = source->frameSize(first);
   const int threads = s.threads > 0 ? s.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-  const size_t tokens = static_cast<size_t>(threads) * 2;
+  const size_t tokens = static_cast<size_t>(threads) * (std::getenv("XTOK") ? std::atoi(std::getenv("XTOK")) : 2);
   size_t cacheBytes = s.cacheMb * 1024 * 1024;
   // Without the time shift ("Frames" 0) each render reads its own frame
   // only: keep just the frames in flight rather than filling the cache with
@@ -176,8 +176,12 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                             static_cast<size_t>(thost::bytesPerPixel(depth));
   if (timeFrames == 0) cacheBytes = std::min(cacheBytes, (tokens + 2) * frameBytes);
   // Decoded frames leaving the cache and rendered frames leaving the writer
-  // give their memory back for the next ones, instead of to the system.
-  const auto pool = std::make_shared<thost::PixelPool>((tokens + 2) * frameBytes);
+  // give their memory back for the next ones, instead of to the system. A
+  // block is made only when none is free, so for frames of one size the pool
+  // never holds more than the most frames alive at once (the cache's and the
+  // ones in flight): room for all of them, so that none is freed only to be
+  // made again.
+  const auto pool = std::make_shared<thost::PixelPool>(cacheBytes + (tokens + 2) * frameBytes);
   base.outputPool = pool;
   source->pixelPool = pool;
   auto layer = std::make_shared<SourceClip>(std::move(source), cacheBytes);
@@ -229,8 +233,9 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
 
   struct Rendered {
     int k = 0;
-    std::shared_ptr<thost::Image> image;  // for a sink that takes host pixels
-    std::shared_ptr<Picture> picture;     // converted here, on the render's thread, for the others
+    std::shared_ptr<FrameSink::Prepared> prepared;  // made ready for the sink on the render's thread
+    std::shared_ptr<thost::Image> image;            // for a sink that takes host pixels, unprepared
+    std::shared_ptr<Picture> picture;               // converted on the render's thread, for the others
   };
   // Frames enter in order (the decode of frame k overlaps renders of earlier
   // ones), render on any thread, and leave in order for the writer.
@@ -258,16 +263,21 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                                               throw std::runtime_error("frame " + std::to_string(k) +
                                                                        ": host contract broken: " + r.breaks.front());
                                             // null: discards, so the frame is not converted either.
-                                            if (discard) return Rendered{k, nullptr, nullptr};
-                                            if (hostPixels)
-                                              return Rendered{k, std::make_shared<thost::Image>(std::move(r.output)),
+                                            if (discard) return Rendered{k, nullptr, nullptr, nullptr};
+                                            if (hostPixels) {
+                                              if (auto prepared = sink->prepareHost(r.output))
+                                                return Rendered{k, std::move(prepared), nullptr, nullptr};
+                                              return Rendered{k, nullptr,
+                                                              std::make_shared<thost::Image>(std::move(r.output)),
                                                               nullptr};
-                                            return Rendered{k, nullptr,
+                                            }
+                                            return Rendered{k, nullptr, nullptr,
                                                             std::make_shared<Picture>(fromHost(r.output, outType))};
                                           }) &
           tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
             if (interruptFlag.load()) return;
-            if (r.image) sink->writeHost(*r.image);
+            if (r.prepared) sink->writePrepared(*r.prepared);
+            else if (r.image) sink->writeHost(*r.image);
             else if (r.picture) sink->write(*r.picture);
             progress.tick();
           }));

@@ -107,6 +107,14 @@ class FrameSink {
   // A rendered host picture; a sink that can convert straight from host
   // pixels (8-bit video) does so.
   virtual void writeHost(const thost::Image& image) { write(fromHost(image, sampleType())); }
+  // A host picture made ready for the encoder on any thread, straight after
+  // its render while it is still in the cache, for writePrepared() to write
+  // in order; null where the sink has no such step for it (then writeHost()).
+  struct Prepared {
+    virtual ~Prepared() = default;
+  };
+  virtual std::shared_ptr<Prepared> prepareHost(const thost::Image&) const { return nullptr; }
+  virtual void writePrepared(const Prepared&) { throw std::logic_error("this sink prepares no frames"); }
   virtual void commit() = 0;
 };
 

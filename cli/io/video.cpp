@@ -329,6 +329,10 @@ bool supports(const AVCodec* codec, AVPixelFormat f) {
 }
 
 class VideoSink : public FrameSink {
+  struct PreparedFrame : Prepared {
+    FramePtr frame;
+  };
+
  public:
   explicit VideoSink(const SinkSettings& s) : s_(s), tmp_(temporaryName(s.path)) {
     const std::filesystem::path dir = std::filesystem::path(s.path).parent_path();
@@ -400,6 +404,34 @@ class VideoSink : public FrameSink {
     if (!swsHost_) swsHost_ = converterFrom(AV_PIX_FMT_ARGB);
     encodeFrom(image.width, image.height, image.pixels.data(), static_cast<size_t>(image.rowbytes),
                swsHost_.get(), true);
+  }
+
+  // 8-bit host pixels the libyuv path takes (4:2:0, BT.601 limited range):
+  // converted here, on the render's thread; anything else goes through
+  // writeHost() and swscale, one frame at a time.
+  std::shared_ptr<Prepared> prepareHost(const thost::Image& image) const override {
+    if (!takesHost(image.depth) || pixfmt_ != AV_PIX_FMT_YUV420P) return nullptr;
+    auto p = std::make_shared<PreparedFrame>();
+    p->frame.reset(av_frame_alloc());
+    if (!p->frame) throw MediaError(s_.path + ": out of memory for a frame");
+    AVFrame* f = p->frame.get();
+    f->format = pixfmt_;
+    f->width = image.width;
+    f->height = image.height;
+    if (av_frame_get_buffer(f, 0) < 0) throw MediaError(s_.path + ": out of memory for a frame");
+    const VideoTags t = s_.tags.value_or(VideoTags{});
+    if (!rgbToYuv420(image.pixels.data(), static_cast<size_t>(image.rowbytes), true, t.colorSpace, t.colorRange, f))
+      return nullptr;
+    return p;
+  }
+
+  void writePrepared(const Prepared& prepared) override {
+    AVFrame* f = static_cast<const PreparedFrame&>(prepared).frame.get();
+    if (!opened_) open(f->width, f->height);
+    if (f->width != width_ || f->height != height_)
+      throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
+    f->pts = pts_++;
+    encode(f);
   }
 
   void commit() override {
