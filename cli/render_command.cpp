@@ -164,7 +164,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   const std::optional<VideoTags> tags = source->tags();
   const std::pair<int, int> size0 = source->frameSize(first);
   const int threads = s.threads > 0 ? s.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-  const size_t tokens = static_cast<size_t>(threads) * (std::getenv("XTOK") ? std::atoi(std::getenv("XTOK")) : 2);
+  const size_t tokens = static_cast<size_t>(threads) * 2;
   size_t cacheBytes = s.cacheMb * 1024 * 1024;
   // Without the time shift ("Frames" 0) each render reads its own frame
   // only: keep just the frames in flight rather than filling the cache with
