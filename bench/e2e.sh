@@ -37,14 +37,20 @@ timed() {
 smaller() { awk -v t="$1" -v b="$2" 'BEGIN { if (b == "" || t < b) print t; else print b }'; }
 
 # Each round runs the four commands one after another, so that a slow spell
-# of a shared machine falls on all of them; each keeps its fastest round.
+# of a shared machine falls on all of them; each keeps its fastest round, and
+# the ratios of each round are printed too, with their median.
 ta="" tb="" tc="" td=""
+rab=() rcd=()
 for _ in $(seq "$repeat"); do
-  ta=$(smaller "$(timed "$tesselux" render "$input" -o "$work/a.mp4" --quiet)" "$ta")
-  tb=$(smaller "$(timed ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4")" "$tb")
-  tc=$(smaller "$(timed "$tesselux" render "$input" -o null: --quiet)" "$tc")
-  td=$(smaller "$(timed ffmpeg -v error -y -i "$input" -f null -)" "$td")
+  a=$(timed "$tesselux" render "$input" -o "$work/a.mp4" --quiet)
+  b=$(timed ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4")
+  c=$(timed "$tesselux" render "$input" -o null: --quiet)
+  d=$(timed ffmpeg -v error -y -i "$input" -f null -)
+  ta=$(smaller "$a" "$ta"); tb=$(smaller "$b" "$tb"); tc=$(smaller "$c" "$tc"); td=$(smaller "$d" "$td")
+  rab+=("$(awk -v a="$a" -v b="$b" 'BEGIN { printf "%.2f", b / a }')")
+  rcd+=("$(awk -v c="$c" -v d="$d" 'BEGIN { printf "%.2f", d / c }')")
 done
+median() { printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $1 } END { m = (NR + 1) / 2; printf "%.2f", (v[int(m)] + v[int(m + 0.5)]) / 2 }'; }
 
 fps() { awk -v n="$frames" -v t="$1" 'BEGIN { printf "%.2f", n / t }'; }
 fa=$(fps "$ta"); fb=$(fps "$tb"); fc=$(fps "$tc"); fd=$(fps "$td")
@@ -55,3 +61,4 @@ printf '(c) tesselux render -> null:          %8s fps\n' "$fc"
 printf '(d) ffmpeg decode only (-f null)      %8s fps\n' "$fd"
 awk -v a="$fa" -v b="$fb" -v c="$fc" -v d="$fd" \
   'BEGIN { printf "a/b %.2fx (target 0.90x)   c/d %.2fx (target 0.80x)\n", a / b, c / d }'
+echo "per round: a/b ${rab[*]} (median $(median "${rab[@]}")x)   c/d ${rcd[*]} (median $(median "${rcd[@]}")x)"

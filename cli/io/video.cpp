@@ -15,6 +15,7 @@ extern "C" {
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 
 #include "io/media.h"
 #include "io/yuv_convert.h"
@@ -53,6 +54,11 @@ using CodecPtr = std::unique_ptr<AVCodecContext, CodecFreer>;
 using FramePtr = std::unique_ptr<AVFrame, FrameFreer>;
 using PacketPtr = std::unique_ptr<AVPacket, PacketFreer>;
 using SwsPtr = std::unique_ptr<SwsContext, SwsFreer>;
+struct BufferPoolFreer {
+  // Buffers still out keep the pool's memory until they come back.
+  void operator()(AVBufferPool* p) const { av_buffer_pool_uninit(&p); }
+};
+using BufferPoolPtr = std::unique_ptr<AVBufferPool, BufferPoolFreer>;
 
 FormatPtr openInput(const std::string& path) {
   std::error_code ec;
@@ -418,7 +424,29 @@ class VideoSink : public FrameSink {
     f->format = pixfmt_;
     f->width = image.width;
     f->height = image.height;
-    if (av_frame_get_buffer(f, 0) < 0) throw MediaError(s_.path + ": out of memory for a frame");
+    // Planes from a pool: frames come and go at the frame rate, and fresh
+    // memory for each would fault its pages in every time.
+    AVBufferRef* planes = nullptr;
+    {
+      std::lock_guard<std::mutex> lock(planesMutex_);
+      if (!planes_) {
+        const int bytes = av_image_get_buffer_size(pixfmt_, image.width, image.height, kPlaneAlign);
+        if (bytes > 0) {
+          planes_.reset(av_buffer_pool_init(static_cast<size_t>(bytes), nullptr));
+          planesW_ = image.width;
+          planesH_ = image.height;
+        }
+      }
+      if (planes_ && planesW_ == image.width && planesH_ == image.height) planes = av_buffer_pool_get(planes_.get());
+    }
+    if (planes) {
+      f->buf[0] = planes;
+      if (av_image_fill_arrays(f->data, f->linesize, planes->data, pixfmt_, image.width, image.height,
+                               kPlaneAlign) < 0)
+        throw MediaError(s_.path + ": cannot lay out a frame");
+    } else if (av_frame_get_buffer(f, 0) < 0) {
+      throw MediaError(s_.path + ": out of memory for a frame");
+    }
     const VideoTags t = s_.tags.value_or(VideoTags{});
     if (!rgbToYuv420(image.pixels.data(), static_cast<size_t>(image.rowbytes), true, t.colorSpace, t.colorRange, f))
       return nullptr;
@@ -617,6 +645,10 @@ class VideoSink : public FrameSink {
   AVStream* st_ = nullptr;
   SwsPtr sws_;
   FramePtr frame_;  // the frame handed to the encoder
+  static constexpr int kPlaneAlign = 64;
+  mutable std::mutex planesMutex_;
+  mutable BufferPoolPtr planes_;  // planes of prepared frames, of the first prepared frame's size
+  mutable int planesW_ = 0, planesH_ = 0;
   SwsPtr swsHost_;  // from 8-bit host pixels, made on first use
   AVPixelFormat pixfmt_ = AV_PIX_FMT_NONE;
   bool deepInput_ = false;
