@@ -6,8 +6,8 @@
 # Prints frames per second of each and the ratios a/b and c/d.
 #
 # usage: bench/e2e.sh [BUILD_DIR] (default build/); REPEAT=n runs n rounds of
-# the four and keeps each one's fastest; WORK=dir keeps the files there
-# (default: a temp dir).
+# the four and keeps each one's fastest (use an even n); WORK=dir keeps the
+# files there (default: a temp dir).
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$here/build}
@@ -38,14 +38,21 @@ smaller() { awk -v t="$1" -v b="$2" 'BEGIN { if (b == "" || t < b) print t; else
 
 # Each round runs the four commands one after another, so that a slow spell
 # of a shared machine falls on all of them; each keeps its fastest round, and
-# the ratios of each round are printed too, with their median.
+# the ratios of each round are printed too, with their median. Every other
+# round runs each pair the other way round: on the virtual machines measured,
+# the second command of a pair ran a few per cent faster than the first.
+runA() { timed "$tesselux" render "$input" -o "$work/a.mp4" --quiet; }
+runB() { timed ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4"; }
+runC() { timed "$tesselux" render "$input" -o null: --quiet; }
+runD() { timed ffmpeg -v error -y -i "$input" -f null -; }
 ta="" tb="" tc="" td=""
 rab=() rcd=()
-for _ in $(seq "$repeat"); do
-  a=$(timed "$tesselux" render "$input" -o "$work/a.mp4" --quiet)
-  b=$(timed ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4")
-  c=$(timed "$tesselux" render "$input" -o null: --quiet)
-  d=$(timed ffmpeg -v error -y -i "$input" -f null -)
+for round in $(seq "$repeat"); do
+  if [ $((round % 2)) = 1 ]; then
+    a=$(runA); b=$(runB); c=$(runC); d=$(runD)
+  else
+    b=$(runB); a=$(runA); d=$(runD); c=$(runC)
+  fi
   ta=$(smaller "$a" "$ta"); tb=$(smaller "$b" "$tb"); tc=$(smaller "$c" "$tc"); td=$(smaller "$d" "$td")
   rab+=("$(awk -v a="$a" -v b="$b" 'BEGIN { printf "%.2f", b / a }')")
   rcd+=("$(awk -v c="$c" -v d="$d" 'BEGIN { printf "%.2f", d / c }')")
