@@ -16,6 +16,7 @@ extern "C" {
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <vector>
 
 #include "io/media.h"
 #include "io/yuv_convert.h"
@@ -412,11 +413,11 @@ class VideoSink : public FrameSink {
                swsHost_.get(), true);
   }
 
-  // 8-bit host pixels the libyuv path takes (4:2:0, BT.601 limited range):
-  // converted here, on the render's thread; anything else goes through
-  // writeHost() and swscale, one frame at a time.
+  // 8-bit host pixels converted for the encoder here, on the render's thread
+  // (many frames at once): by libyuv for 4:2:0 BT.601 limited range, else by
+  // swscale with a context of this thread's own while it converts.
   std::shared_ptr<Prepared> prepareHost(const thost::Image& image) const override {
-    if (!takesHost(image.depth) || pixfmt_ != AV_PIX_FMT_YUV420P) return nullptr;
+    if (!takesHost(image.depth) || image.width <= 0 || image.height <= 0) return nullptr;
     auto p = std::make_shared<PreparedFrame>();
     p->frame.reset(av_frame_alloc());
     if (!p->frame) throw MediaError(s_.path + ": out of memory for a frame");
@@ -428,11 +429,11 @@ class VideoSink : public FrameSink {
     // memory for each would fault its pages in every time.
     AVBufferRef* planes = nullptr;
     {
-      std::lock_guard<std::mutex> lock(planesMutex_);
+      std::lock_guard<std::mutex> lock(preparedMutex_);
       if (!planes_) {
         const int bytes = av_image_get_buffer_size(pixfmt_, image.width, image.height, kPlaneAlign);
         if (bytes > 0) {
-          planes_.reset(av_buffer_pool_init(static_cast<size_t>(bytes), nullptr));
+          planes_.reset(av_buffer_pool_init(static_cast<size_t>(bytes) + kPlanePadding, nullptr));
           planesW_ = image.width;
           planesH_ = image.height;
         }
@@ -448,8 +449,14 @@ class VideoSink : public FrameSink {
       throw MediaError(s_.path + ": out of memory for a frame");
     }
     const VideoTags t = s_.tags.value_or(VideoTags{});
-    if (!rgbToYuv420(image.pixels.data(), static_cast<size_t>(image.rowbytes), true, t.colorSpace, t.colorRange, f))
-      return nullptr;
+    if (pixfmt_ == AV_PIX_FMT_YUV420P &&
+        rgbToYuv420(image.pixels.data(), static_cast<size_t>(image.rowbytes), true, t.colorSpace, t.colorRange, f))
+      return p;
+    SwsPtr sws = takeConverter(image.width, image.height);
+    const uint8_t* srcData[4] = {image.pixels.data(), nullptr, nullptr, nullptr};
+    const int srcStride[4] = {static_cast<int>(image.rowbytes), 0, 0, 0};
+    sws_scale(sws.get(), srcData, srcStride, 0, image.height, f->data, f->linesize);
+    giveConverter(std::move(sws), image.width, image.height);
     return p;
   }
 
@@ -480,9 +487,28 @@ class VideoSink : public FrameSink {
   }
 
  private:
-  // From src pixels at the opened size to the encoder's, in the input's colour tags.
-  SwsPtr converterFrom(AVPixelFormat src) const {
-    SwsPtr sws(sws_getContext(width_, height_, src, width_, height_, pixfmt_, kSwsFlags, nullptr, nullptr,
+  // A converter from 8-bit host pixels of this size, for one thread's use.
+  SwsPtr takeConverter(int width, int height) const {
+    {
+      std::lock_guard<std::mutex> lock(preparedMutex_);
+      if (!freeConverters_.empty() && planesW_ == width && planesH_ == height) {
+        SwsPtr sws = std::move(freeConverters_.back());
+        freeConverters_.pop_back();
+        return sws;
+      }
+    }
+    return converterFrom(AV_PIX_FMT_ARGB, width, height);
+  }
+  void giveConverter(SwsPtr sws, int width, int height) const {
+    std::lock_guard<std::mutex> lock(preparedMutex_);
+    if (planesW_ == width && planesH_ == height) freeConverters_.push_back(std::move(sws));
+  }
+
+  // From src pixels at the opened size (or the size given) to the encoder's,
+  // in the input's colour tags.
+  SwsPtr converterFrom(AVPixelFormat src, int width = 0, int height = 0) const {
+    if (width <= 0 || height <= 0) width = width_, height = height_;
+    SwsPtr sws(sws_getContext(width, height, src, width, height, pixfmt_, kSwsFlags, nullptr, nullptr,
                               nullptr));
     if (!sws) throw MediaError(s_.path + ": cannot convert frames for the encoder");
     const VideoTags t = s_.tags.value_or(VideoTags{});
@@ -645,10 +671,15 @@ class VideoSink : public FrameSink {
   AVStream* st_ = nullptr;
   SwsPtr sws_;
   FramePtr frame_;  // the frame handed to the encoder
+  // Prepared frames: planes of the first prepared frame's size, and swscale
+  // contexts from 8-bit host pixels at that size, each used by one thread at
+  // a time. kPlanePadding: room for vector writes past the last row.
   static constexpr int kPlaneAlign = 64;
-  mutable std::mutex planesMutex_;
-  mutable BufferPoolPtr planes_;  // planes of prepared frames, of the first prepared frame's size
+  static constexpr size_t kPlanePadding = 256;
+  mutable std::mutex preparedMutex_;
+  mutable BufferPoolPtr planes_;
   mutable int planesW_ = 0, planesH_ = 0;
+  mutable std::vector<SwsPtr> freeConverters_;
   SwsPtr swsHost_;  // from 8-bit host pixels, made on first use
   AVPixelFormat pixfmt_ = AV_PIX_FMT_NONE;
   bool deepInput_ = false;

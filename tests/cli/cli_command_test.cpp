@@ -234,6 +234,22 @@ TEST(RenderCommand, VideoWithAudioKeepsAudioPacketsAndRate) {
   EXPECT_EQ(cli::openSource(s / "out.mov")->sampleType(), SampleType::U16);
 }
 
+// BT.709 is not a matrix libyuv converts host pixels with: those frames go
+// through swscale, on the render threads, and must come out as close.
+TEST(RenderCommand, Bt709VideoToH264StaysCloseToTheHostRender) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  ASSERT_EQ(cli_test::shell("ffmpeg -v error -f lavfi -i testsrc2=size=96x64:rate=25 -frames:v 8 -c:v libx264 "
+                            "-pix_fmt yuv420p -colorspace bt709 -color_primaries bt709 -color_trc bt709 '" +
+                            s / "in.mp4" + "'"),
+            0);
+  ASSERT_EQ(cli::openSource(s / "in.mp4")->tags()->colorSpace, AVCOL_SPC_BT709);
+  const auto r = tesselux(s, {s / "in.mp4", "-o", s / "out.mp4", "--threads", "3"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(cli::openSource(s / "out.mp4")->tags()->colorSpace, AVCOL_SPC_BT709);
+  expectClose(readAll(s / "out.mp4"), reference(s / "in.mp4", SampleType::U8, 0, 7), 8.0);
+}
+
 TEST(RenderCommand, TenBitVideoRendersAtSixteen) {
   if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
   Scratch s;
