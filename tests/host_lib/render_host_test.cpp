@@ -4,6 +4,8 @@
 
 #include <malloc.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <condition_variable>
 #include <mutex>
@@ -172,6 +174,35 @@ TEST(PixelPoolTest, KeepsBlocksUpToItsLimitAndServesThemBySize) {
   const Image copy = same;  // a copy draws from the same pool
   EXPECT_EQ(copy.pixels.get_allocator().pool, pool);
   EXPECT_EQ(copy, same);
+}
+
+// Render threads give frames back while others take them (the command's
+// pipeline): every picture keeps its own pixels, and the pool its limit.
+TEST(PixelPoolTest, ThreadsTakeAndGiveBackAtOnce) {
+  const size_t limit = size_t{3} * (40 * 30 * 16 + thost::kPixelTailRoom);
+  auto pool = std::make_shared<thost::PixelPool>(limit);
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&, t] {
+      std::vector<Image> held;
+      for (int i = 0; i < 300; ++i) {
+        const Depth d = (i + t) % 3 == 0 ? Depth::Float32 : Depth::Bits8;
+        Image img = Image::unfilled(40, 30, d, pool);
+        std::fill(img.pixels.begin(), img.pixels.end(), static_cast<uint8_t>(t * 50 + i % 50));
+        held.push_back(std::move(img));
+        if (held.size() > 2) {
+          const Image& first = held.front();
+          for (uint8_t v : first.pixels)
+            if (v != first.pixels.front()) ++wrong;
+          held.erase(held.begin());
+        }
+      }
+    });
+  for (std::thread& th : threads) th.join();
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_LE(pool->keptBytes(), limit);
+  EXPECT_GT(pool->reused(), 0u);
 }
 
 TEST_F(RenderHostTest, CallsAreRecordedPerRenderOrNotAtAll) {
