@@ -400,17 +400,14 @@ class VideoSink : public FrameSink {
 
   void write(const Picture& p) override {
     if (!opened_) open(p.width, p.height);
-    encodeFrom(p.width, p.height, p.data.data(), p.rowBytes(), sws_.get(), false);
+    encodeFrom(p.width, p.height, p.data.data(), p.rowBytes());
   }
 
-  // 8-bit host pixels go to swscale as ARGB, without a reordered copy first.
+  // 8-bit host pixels are converted straight from ARGB, without a reordered copy first.
   bool takesHost(thost::Depth depth) const override { return depth == thost::Depth::Bits8 && !deepInput_; }
   void writeHost(const thost::Image& image) override {
-    if (!takesHost(image.depth)) return FrameSink::writeHost(image);
-    if (!opened_) open(image.width, image.height);
-    if (!swsHost_) swsHost_ = converterFrom(AV_PIX_FMT_ARGB);
-    encodeFrom(image.width, image.height, image.pixels.data(), static_cast<size_t>(image.rowbytes),
-               swsHost_.get(), true);
+    if (const auto prepared = prepareHost(image)) return writePrepared(*prepared);
+    FrameSink::writeHost(image);
   }
 
   // 8-bit host pixels converted for the encoder here, on the render's thread
@@ -517,8 +514,8 @@ class VideoSink : public FrameSink {
     return sws;
   }
 
-  // `argbOrder`: 8-bit pixels in A, R, G, B order (host pixels) rather than R, G, B, A.
-  void encodeFrom(int width, int height, const uint8_t* pixels, size_t rowBytes, SwsContext* sws, bool argbOrder) {
+  // File pictures (R, G, B, A, 8 or 16 bits) into the encoder.
+  void encodeFrom(int width, int height, const uint8_t* pixels, size_t rowBytes) {
     if (width != width_ || height != height_)
       throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
     // One frame, reused: the encoder copies or references what it keeps, and
@@ -536,10 +533,10 @@ class VideoSink : public FrameSink {
     }
     AVFrame* const frame = frame_.get();
     const VideoTags t = s_.tags.value_or(VideoTags{});
-    if (deepInput_ || !rgbToYuv420(pixels, rowBytes, argbOrder, t.colorSpace, t.colorRange, frame)) {
+    if (deepInput_ || !rgbToYuv420(pixels, rowBytes, false, t.colorSpace, t.colorRange, frame)) {
       const uint8_t* srcData[4] = {pixels, nullptr, nullptr, nullptr};
       const int srcStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
-      sws_scale(sws, srcData, srcStride, 0, height_, frame->data, frame->linesize);
+      sws_scale(sws_.get(), srcData, srcStride, 0, height_, frame->data, frame->linesize);
     }
     frame->pts = pts_++;
     encode(frame);
@@ -680,7 +677,6 @@ class VideoSink : public FrameSink {
   mutable BufferPoolPtr planes_;
   mutable int planesW_ = 0, planesH_ = 0;
   mutable std::vector<SwsPtr> freeConverters_;
-  SwsPtr swsHost_;  // from 8-bit host pixels, made on first use
   AVPixelFormat pixfmt_ = AV_PIX_FMT_NONE;
   bool deepInput_ = false;
   int width_ = 0, height_ = 0;
