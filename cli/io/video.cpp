@@ -410,8 +410,8 @@ class VideoSink : public FrameSink {
     FrameSink::writeHost(image);
   }
 
-  // 8-bit host pixels converted for the encoder here, on the render's thread
-  // (many frames at once): by libyuv for 4:2:0 BT.601 limited range, else by
+  // 8-bit host pixels converted for the encoder here, on the caller's thread
+  // (in the command, the render's, many frames at once): by libyuv for 4:2:0 BT.601 limited range, else by
   // swscale with a context of this thread's own while it converts.
   std::shared_ptr<Prepared> prepareHost(const thost::Image& image) const override {
     if (!takesHost(image.depth) || image.width <= 0 || image.height <= 0) return nullptr;
