@@ -55,12 +55,60 @@ inline void z_skip(long long* w, long long* z, unsigned long long steps) {
   *w = z_skip_half(*w, 18000, steps);
 }
 
+// Stretches z_fill steps side by side (two SSE2 registers of four).
+constexpr int kZChains = 8;
+
+// The chains stepped `len` times side by side; chain k's outputs go to
+// out[k * len, (k + 1) * len). Each lane stays at most p (see z_fill).
+inline void z_chains_plain(uint32_t cz[kZChains], uint32_t cw[kZChains], uint32_t* out, size_t len) {
+  for (size_t j = 0; j < len; ++j)
+    for (int k = 0; k < kZChains; ++k) {
+      cz[k] = (cz[k] >> 16) + (cz[k] & 0xFFFFu) * 36969u;
+      cw[k] = (cw[k] >> 16) + (cw[k] & 0xFFFFu) * 18000u;
+      out[k * len + j] = cw[k] + (cz[k] << 16);
+    }
+}
+
 #if defined(__SSE2__)
 // One step of four chains of one half, each lane at most p.
 inline __m128i z_step4(__m128i x, __m128i a, __m128i low16) {
   const __m128i v = _mm_and_si128(x, low16);
   const __m128i product = _mm_or_si128(_mm_mullo_epi16(v, a), _mm_slli_epi32(_mm_mulhi_epu16(v, a), 16));
   return _mm_add_epi32(product, _mm_srli_epi32(x, 16));
+}
+
+// As z_chains_plain, `len` a multiple of four: four chains to a register;
+// the 16 x 16-bit products are put together from their low and high halves,
+// and every four steps the outputs are turned from one register per step
+// into one per chain.
+inline void z_chains_sse2(uint32_t cz[kZChains], uint32_t cw[kZChains], uint32_t* out, size_t len) {
+  const __m128i low16 = _mm_set1_epi32(0xFFFF);
+  const __m128i az = _mm_set1_epi32(36969), aw = _mm_set1_epi32(18000);
+  __m128i z4[2], w4[2];
+  for (int h = 0; h < 2; ++h) {
+    z4[h] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cz + 4 * h));
+    w4[h] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cw + 4 * h));
+  }
+  for (size_t j = 0; j < len; j += 4)
+    for (int h = 0; h < 2; ++h) {
+      __m128i o[4];
+      for (int q = 0; q < 4; ++q) {
+        z4[h] = z_step4(z4[h], az, low16);
+        w4[h] = z_step4(w4[h], aw, low16);
+        o[q] = _mm_add_epi32(w4[h], _mm_slli_epi32(z4[h], 16));
+      }
+      const __m128i t0 = _mm_unpacklo_epi32(o[0], o[1]), t1 = _mm_unpacklo_epi32(o[2], o[3]);
+      const __m128i t2 = _mm_unpackhi_epi32(o[0], o[1]), t3 = _mm_unpackhi_epi32(o[2], o[3]);
+      uint32_t* base = out + 4 * h * len + j;
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(base), _mm_unpacklo_epi64(t0, t1));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(base + len), _mm_unpackhi_epi64(t0, t1));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(base + 2 * len), _mm_unpacklo_epi64(t2, t3));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(base + 3 * len), _mm_unpackhi_epi64(t2, t3));
+    }
+  for (int h = 0; h < 2; ++h) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cz + 4 * h), z4[h]);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cw + 4 * h), w4[h]);
+  }
 }
 #endif
 
@@ -70,9 +118,11 @@ inline __m128i z_step4(__m128i x, __m128i a, __m128i low16) {
 // multiplier's latency; once both halves are at most p (the modular form
 // above), the run is cut into kChains stretches, each started by a jump
 // of a modular power, and the stretches are stepped side by side.
-inline void z_fill(long long* w, long long* z, uint32_t* out, size_t n) {
+// `vector` allows SSE2 where the build has it; the plain stepping is what
+// other processors (arm64) run.
+inline void z_fill(long long* w, long long* z, uint32_t* out, size_t n, bool vector = true) {
   constexpr unsigned long long pz = 36969ULL * 65536 - 1, pw = 18000ULL * 65536 - 1;
-  constexpr int kChains = 8;
+  constexpr int kChains = kZChains;
   size_t i = 0;
   while (i < n && !(*z >= 0 && static_cast<unsigned long long>(*z) <= pz && *w >= 0 &&
                     static_cast<unsigned long long>(*w) <= pw))
@@ -93,41 +143,11 @@ inline void z_fill(long long* w, long long* z, uint32_t* out, size_t n) {
     }
     // Below p a step never leaves 32 bits: 65535 * 36969 + 65535 < 2^32.
 #if defined(__SSE2__)
-    // Four chains to a register; the 16 x 16-bit products are put together
-    // from their low and high halves, and every four steps the outputs are
-    // turned from one register per step into one per chain.
-    const __m128i low16 = _mm_set1_epi32(0xFFFF);
-    const __m128i az = _mm_set1_epi32(36969), aw = _mm_set1_epi32(18000);
-    __m128i z4[2], w4[2];
-    for (int h = 0; h < 2; ++h) {
-      z4[h] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cz + 4 * h));
-      w4[h] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cw + 4 * h));
-    }
-    for (size_t j = 0; j < len; j += 4)
-      for (int h = 0; h < 2; ++h) {
-        __m128i o[4];
-        for (int q = 0; q < 4; ++q) {
-          z4[h] = z_step4(z4[h], az, low16);
-          w4[h] = z_step4(w4[h], aw, low16);
-          o[q] = _mm_add_epi32(w4[h], _mm_slli_epi32(z4[h], 16));
-        }
-        const __m128i t0 = _mm_unpacklo_epi32(o[0], o[1]), t1 = _mm_unpacklo_epi32(o[2], o[3]);
-        const __m128i t2 = _mm_unpackhi_epi32(o[0], o[1]), t3 = _mm_unpackhi_epi32(o[2], o[3]);
-        uint32_t* base = out + i + 4 * h * len + j;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(base), _mm_unpacklo_epi64(t0, t1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(base + len), _mm_unpackhi_epi64(t0, t1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(base + 2 * len), _mm_unpacklo_epi64(t2, t3));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(base + 3 * len), _mm_unpackhi_epi64(t2, t3));
-      }
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(cz + 4), z4[1]);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(cw + 4), w4[1]);
+    if (vector) z_chains_sse2(cz, cw, out + i, len);
+    else z_chains_plain(cz, cw, out + i, len);
 #else
-    for (size_t j = 0; j < len; ++j)
-      for (int k = 0; k < kChains; ++k) {
-        cz[k] = (cz[k] >> 16) + (cz[k] & 0xFFFFu) * 36969u;
-        cw[k] = (cw[k] >> 16) + (cw[k] & 0xFFFFu) * 18000u;
-        out[i + k * len + j] = cw[k] + (cz[k] << 16);
-      }
+    (void)vector;
+    z_chains_plain(cz, cw, out + i, len);
 #endif
     *z = cz[kChains - 1];
     *w = cw[kChains - 1];
