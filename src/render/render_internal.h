@@ -32,9 +32,10 @@ struct RenderHooks {
   RenderAllocator allocator;  // also used for the time frame copies
   void (*observe)(const KernelSnapshot& snapshot, void* context);
   void* observeContext;
-  // Smallest frame, in bytes, whose block pass uses streaming stores; 0
-  // keeps the renderer's own threshold. Lets tests reach that path with
-  // small frames.
+  // Smallest frame, in bytes, whose block pass (every block drawn) runs in
+  // source order with streaming stores; 0 keeps the renderer's own
+  // threshold, SIZE_MAX turns the pass off. Lets tests reach each pass of
+  // large frames with small ones.
   size_t streamingMinBytes;
   // Smallest frame, in bytes, whose block pass copies bands of the input
   // before writing the moved blocks over them (composite on); 0 keeps the

@@ -6,6 +6,7 @@
 // output's row padding are left alone and that a second render of the same
 // frame gives the same bytes, also when it takes the band copy of large
 // frames.
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -188,11 +189,18 @@ int renderOne(const uint8_t* data, size_t size_) {
 
   const std::vector<uint8_t> inputBefore = input.bytes;
   const std::vector<uint8_t> outputBefore = output.bytes;
-  // bandCopyMinBytes 1: the band copy of large frames, taken on these small
-  // ones; 0: the renderer's own choice.
-  auto render = [&](Buffer& out, size_t bandCopyMinBytes) {
+  // The block pass as the renderer chooses it for these small frames, or
+  // one that large frames take, forced: the band copy (streaming off), or
+  // the source-order pass with streaming stores.
+  enum Pass { kChosen, kBands, kStreamed };
+  auto render = [&](Buffer& out, Pass pass) {
     RenderHooks hooks{};
-    hooks.bandCopyMinBytes = bandCopyMinBytes;
+    if (pass == kBands) {
+      hooks.streamingMinBytes = SIZE_MAX;
+      hooks.bandCopyMinBytes = 1;
+    } else if (pass == kStreamed) {
+      hooks.streamingMinBytes = 1;
+    }
     switch (depth) {
       case 0:
         return renderARGB8WithHooks(&input.def, &out.def, values, ds, hooks);
@@ -202,7 +210,7 @@ int renderOne(const uint8_t* data, size_t size_) {
         return renderARGB32WithHooks(&input.def, &out.def, values, ds, hooks);
     }
   };
-  const PF_Err first = render(output, 0);
+  const PF_Err first = render(output, kChosen);
   if (first != PF_Err_NONE) fail("the renderer refused worlds that have pixels");
   if (input.bytes != inputBefore) fail("the renderer wrote into its input");
   const size_t rowPixelBytes = static_cast<size_t>(w) * bpp;
@@ -213,17 +221,18 @@ int renderOne(const uint8_t* data, size_t size_) {
   }
 
   // The same frame again, into the same starting bytes: the same result,
-  // also by bands.
-  auto renderAgain = [&](size_t bandCopyMinBytes) {
+  // also by the passes of large frames.
+  auto renderAgain = [&](Pass pass) {
     Buffer again;
     again.bytes = outputBefore;
     again.def = output.def;
     again.def.data = reinterpret_cast<PF_PixelPtr>(again.bytes.data());
-    render(again, bandCopyMinBytes);
+    render(again, pass);
     return again.bytes;
   };
-  if (renderAgain(0) != output.bytes) fail("two renders of the same frame differ");
-  if (renderAgain(1) != output.bytes) fail("a render by bands differs from the same render by rows");
+  if (renderAgain(kChosen) != output.bytes) fail("two renders of the same frame differ");
+  if (renderAgain(kBands) != output.bytes) fail("a render by bands differs from the same render by rows");
+  if (renderAgain(kStreamed) != output.bytes) fail("a streamed render differs from the same render by rows");
   return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits.h>
+#include <stdint.h>
 
 #include <memory>
 #include <sstream>
@@ -192,13 +193,20 @@ TYPED_TEST(ReferenceCompare, KernelMatchesReferenceOverRandomParameterSets) {
     World<T> expected = c.output;
     const ref::Decisions d = ref::render<T>(c.input.def, expected.def, c.v, c.downsample);
 
-    // Each case twice: as the renderer chooses for a frame this small, and
-    // with the band copy that large frames take when every block is drawn.
-    for (const size_t bandCopyMinBytes : {size_t(0), size_t(1)}) {
+    // Each case three times: as the renderer chooses for a frame this small,
+    // and with each pass that large frames take when every block is drawn:
+    // the band copy (streaming off) and the streamed source-order pass.
+    static const char* const kPassNames[] = {"", " (band copy)", " (streamed)"};
+    for (int pass = 0; pass < 3; ++pass) {
       World<T> output = c.output;
       rt::Captured cap;
       RenderHooks hooks = rt::captureHooks(&cap);
-      hooks.bandCopyMinBytes = bandCopyMinBytes;
+      if (pass == 1) {
+        hooks.streamingMinBytes = SIZE_MAX;
+        hooks.bandCopyMinBytes = 1;
+      } else if (pass == 2) {
+        hooks.streamingMinBytes = 1;
+      }
       ASSERT_EQ(Depth<T>::render(&c.input.def, &output.def, c.v, c.downsample, hooks), PF_Err_NONE);
       ASSERT_TRUE(cap.seen) << c.text;
 
@@ -207,7 +215,7 @@ TYPED_TEST(ReferenceCompare, KernelMatchesReferenceOverRandomParameterSets) {
              cap.s.attempts == d.attempts && cap.s.nframes == d.nframes;
       if (!same) {
         ++mismatches;
-        ADD_FAILURE() << "case " << n << (bandCopyMinBytes ? " (band copy)" : "") << ": " << c.text << "\n  bytes "
+        ADD_FAILURE() << "case " << n << kPassNames[pass] << ": " << c.text << "\n  bytes "
                       << rt::sameBytes(output, expected) << " idx " << (cap.idx == d.idx) << " flag "
                       << (cap.flag == d.flag) << " frame " << (cap.frame == d.frame) << " maskval "
                       << (cap.maskval == d.maskval) << " attempts " << cap.s.attempts << "/" << d.attempts
