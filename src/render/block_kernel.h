@@ -521,8 +521,8 @@ inline void prefetchBytes(const unsigned char* p, size_t bytes) {
 }
 
 #if TESSELUX_AVX2
-// Source order with streaming stores, for frames larger than the caches
-// with every block drawn (composite on, whole pixels). The input is read
+// Source order with streaming stores, for large frames with every block
+// drawn (composite on, whole pixels; see kStreamingMinBytes). The input is read
 // row after row, front to back, as a copy reads it, and each piece goes to
 // wherever its block moved. Whole output lines are written with
 // non-temporal stores: they go to memory from the write-combining buffers
@@ -541,8 +541,8 @@ struct SourceRun {
 };
 
 // Up to 64 bytes with ordinary stores, as two moves that overlap in the
-// middle: small blocks make millions of such pieces, for
-// which a library call costs more than the copy.
+// middle: small blocks make millions of such pieces, for which a library
+// call costs more than the copy.
 __attribute__((target("avx2"))) inline void copySmallAvx2(unsigned char* d, const unsigned char* s, size_t n) {
   if (n >= 32) {
     const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
