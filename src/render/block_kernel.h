@@ -427,8 +427,7 @@ struct BlockPass {
 };
 
 // One stretch of an output block row that comes from one stretch of one
-// source row (a block, or neighbouring blocks that stayed neighbours), or,
-// with a null source, a stretch of undrawn blocks that is written as zeros.
+// source row (a block, or neighbouring blocks that stayed neighbours).
 struct Run {
   ptrdiff_t dstOffset;  // bytes from the start of the output row
   const unsigned char* src;
@@ -601,8 +600,7 @@ __attribute__((target("avx2"))) inline void streamPieceAvx2(unsigned char* d, co
 // nothing.
 constexpr int kRunsAheadStreamed = 2;
 
-__attribute__((target("avx2"))) inline void requestPartialLines(const SourceRun& run, A_long y0, A_long y1,
-                                                                ptrdiff_t outRowbytes) {
+inline void requestPartialLines(const SourceRun& run, A_long y0, A_long y1, ptrdiff_t outRowbytes) {
   for (A_long y = y0; y < y1; ++y) {
     unsigned char* a = run.dst + y * outRowbytes;
     unsigned char* e = a + run.bytes;
@@ -729,7 +727,7 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPl
           p.sources[k] + static_cast<ptrdiff_t>(sr) * g.bh * stride + static_cast<ptrdiff_t>(sc) * g.bw * pix;
       if (count > 0) {
         Run& last = runs[count - 1];
-        if (last.src && last.frameIndex == k && last.src + last.bytes == src &&
+        if (last.frameIndex == k && last.src + last.bytes == src &&
             last.dstOffset + static_cast<ptrdiff_t>(last.bytes) == dstOffset) {
           last.bytes += bytes;
           last.pixels += cols;
