@@ -17,6 +17,7 @@
 #include "render/block_sums.h"
 #include "render/cpu_features.h"
 #include "render/fast_divide.h"
+#include "render/pairs.h"
 #include "render/random.h"
 #include "render/render_internal.h"
 
@@ -230,46 +231,6 @@ void computeMaskValues(BlockRecord* rec, const Grid& g, const KernelInput& in) {
   fillMaskValuesStretched<Tr>(rec, g, in.maskData, in.maskRowbytes, sx, sy, in.channel);
 }
 
-// The shuffle's fixed quantities. Every division of an attempt is by one of
-// four numbers that stay the same for the whole loop.
-struct ShuffleSetup {
-  FastDivisor byBlocks, byColumns, bySpanX, bySpanY;
-  uint32_t columns;
-  A_long lastCol, lastRow, halfSpanX, halfSpanY;
-  bool partialW, partialH, alongX, alongY;
-};
-
-// Steps 1 to 4 of an attempt: three draws of the shuffle stream make a pair.
-// A block of a partial last column or row stays in it; full blocks never
-// reach it. Pairs are therefore always of equal size.
-#if defined(__GNUC__)
-#define TESSELUX_ALWAYS_INLINE inline __attribute__((always_inline))
-#else
-#define TESSELUX_ALWAYS_INLINE inline
-#endif
-
-// A pair from three consecutive draws of the shuffle stream.
-TESSELUX_ALWAYS_INLINE void pairFromDraws(const ShuffleSetup& s, const uint32_t* draws, uint32_t* pa,
-                                          uint32_t* pb) {
-  const uint32_t a = fastMod(draws[0], s.byBlocks);
-  const uint32_t ay32 = fastDiv(a, s.byColumns);
-  const A_long ax = static_cast<A_long>(a - ay32 * s.columns), ay = static_cast<A_long>(ay32);
-  A_long tx = ax;
-  if (s.alongX && !(s.partialW && ax == s.lastCol)) {
-    tx = ax + static_cast<A_long>(fastMod(draws[1], s.bySpanX)) - s.halfSpanX;
-    if (tx >= s.lastCol) tx = s.partialW ? s.lastCol - 1 : s.lastCol;
-    if (tx < 0) tx = 0;
-  }
-  A_long ty = ay;
-  if (s.alongY && !(s.partialH && ay == s.lastRow)) {
-    ty = ay + static_cast<A_long>(fastMod(draws[2], s.bySpanY)) - s.halfSpanY;
-    if (ty >= s.lastRow) ty = s.partialH ? s.lastRow - 1 : s.lastRow;
-    if (ty < 0) ty = 0;
-  }
-  *pa = a;
-  *pb = static_cast<uint32_t>(ty) * s.columns + static_cast<uint32_t>(tx);
-}
-
 // The three streams, as (w, z) pairs.
 struct Streams {
   long long sw, sz, tw, tz, mw, mz;
@@ -313,7 +274,7 @@ void attemptLoop(Rec* rec, long long attempts, const ShuffleSetup& s, const Deci
   for (long long c0 = 0; c0 < attempts; c0 += kChunk) {
     const long long n = attempts - c0 < kChunk ? attempts - c0 : kChunk;
     z_fill(&sw, &sz, draws, static_cast<size_t>(3 * n));
-    for (long long t = 0; t < n; ++t) pairFromDraws(s, draws + 3 * t, &pairs[t][0], &pairs[t][1]);
+    pairsFromDraws(s, draws, pairs, n);
     for (long long t = 0; t < n && t < kAhead; ++t) {
       __builtin_prefetch(rec + pairs[t][0], 1);
       __builtin_prefetch(rec + pairs[t][1], 1);
@@ -874,22 +835,7 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   const long long weighted = static_cast<long long>(in.strength) * g.blocks;
   const long long attempts = weighted >= 256 ? weighted >> 8 : 0;
   if (attempts > 0) {
-    ShuffleSetup s;
-    const A_long spanX = ((g.columns * in.spread) >> 9) + 2;
-    const A_long spanY = ((g.rows * in.spread) >> 9) + 2;
-    s.byBlocks = makeDivisor(static_cast<uint32_t>(n));
-    s.byColumns = makeDivisor(static_cast<uint32_t>(g.columns));
-    s.bySpanX = makeDivisor(static_cast<uint32_t>(spanX));
-    s.bySpanY = makeDivisor(static_cast<uint32_t>(spanY));
-    s.columns = static_cast<uint32_t>(g.columns);
-    s.lastCol = g.columns - 1;
-    s.lastRow = g.rows - 1;
-    s.halfSpanX = spanX >> 1;
-    s.halfSpanY = spanY >> 1;
-    s.partialW = g.partialW != 0;
-    s.partialH = g.partialH != 0;
-    s.alongX = in.direction == 0 || in.direction == 1;
-    s.alongY = in.direction == 0 || in.direction == 2;
+    const ShuffleSetup s = makeShuffleSetup(g.columns, g.rows, g.partialW != 0, g.partialH != 0, in.spread, in.direction);
 
     Decisions d;
     d.intensity = I;

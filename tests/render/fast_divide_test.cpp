@@ -19,6 +19,26 @@ void expectExact(uint32_t n, uint32_t d) {
   ASSERT_EQ(fastDiv(n, f), n / d) << n << " / " << d;
 }
 
+#if TESSELUX_AVX2
+// Eight numerators at once through the vector form, each lane against / and %.
+__attribute__((target("avx2"))) void divideLanes(const uint32_t n[8], const tesselux_kernel::FastDivisor& f,
+                                                 uint32_t q[8], uint32_t r[8]) {
+  const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(n));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(q), tesselux_kernel::fastDivAvx2(v, f));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(r), tesselux_kernel::fastModAvx2(v, f));
+}
+
+void expectExactLanes(const uint32_t n[8], uint32_t d) {
+  const auto f = makeDivisor(d);
+  uint32_t q[8], r[8];
+  divideLanes(n, f, q, r);
+  for (int k = 0; k < 8; ++k) {
+    ASSERT_EQ(q[k], n[k] / d) << n[k] << " / " << d << " in lane " << k;
+    ASSERT_EQ(r[k], n[k] % d) << n[k] << " % " << d << " in lane " << k;
+  }
+}
+#endif
+
 TEST(FastDivide, EdgeNumeratorsAndDivisors) {
   const uint32_t divisors[] = {1, 2, 3, 5, 7, 641, 1920, 2073600, 65535, 65536, 65537, 0x7FFFFFFFu, 0x80000000u,
                                0x80000001u, 0xFFFFFFFEu, 0xFFFFFFFFu};
@@ -26,6 +46,45 @@ TEST(FastDivide, EdgeNumeratorsAndDivisors) {
     for (uint32_t n : {0u, 1u, d - 1, d, d + 1, 2 * d - 1, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu})
       expectExact(n, d);
 }
+
+#if TESSELUX_AVX2
+TEST(FastDivideLanes, EdgeNumeratorsAndDivisors) {
+  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  const uint32_t divisors[] = {1, 2, 3, 4, 5, 7, 641, 1920, 2073600, 65535, 65536, 65537, 0x7FFFFFFFu, 0x80000000u,
+                               0x80000001u, 0xFFFFFFFEu, 0xFFFFFFFFu};
+  for (uint32_t d : divisors) {
+    const uint32_t edges[] = {0u, 1u, d - 1, d, d + 1, 2 * d - 1, 0x7FFFFFFFu, 0x80000000u,
+                              0xFFFFFFFEu, 0xFFFFFFFFu, d * 3, d * 3 - 1, 0x80000001u, 12345u, 2 * d, 7u};
+    expectExactLanes(edges, d);
+    expectExactLanes(edges + 8, d);
+  }
+}
+
+TEST(FastDivideLanes, RandomNumeratorsAndDivisors) {
+  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  std::mt19937 rng(7);
+  for (int i = 0; i < 300000; ++i) {
+    uint32_t d = rng();
+    if (i % 3 == 0) d %= 4096;
+    if (i % 3 == 1) d %= 4000000;
+    if (d == 0) d = 1;
+    uint32_t n[8];
+    for (auto& v : n) v = rng();
+    expectExactLanes(n, d);
+  }
+}
+
+TEST(FastDivideLanes, EveryNumeratorStepForSmallDivisors) {
+  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  for (uint32_t d : {1u, 3u, 1920u, 2073601u, 0x80000000u}) {
+    for (uint64_t n0 = 0; n0 <= 0xFFFFFFFFu; n0 += 8 * 65521) {
+      uint32_t n[8];
+      for (int k = 0; k < 8; ++k) n[k] = static_cast<uint32_t>((n0 + k * 65521) & 0xFFFFFFFFu);
+      expectExactLanes(n, d);
+    }
+  }
+}
+#endif
 
 TEST(FastDivide, RandomNumeratorsAndDivisors) {
   std::mt19937 rng(99);
