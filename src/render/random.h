@@ -10,6 +10,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "render/cpu_features.h"
+
 // Keeps the low 32 bits of a half after each step.
 constexpr long long rnd_mask = 0x00000000FFFFFFFFLL;
 
@@ -112,22 +114,85 @@ inline void z_chains_sse2(uint32_t cz[kZChains], uint32_t cw[kZChains], uint32_t
 }
 #endif
 
+#if TESSELUX_AVX2
+// As z_chains_plain, `len` a multiple of eight: the eight chains in one
+// register per half, where a lane's 16 x 16-bit product fits one 32-bit
+// multiply; every eight steps the outputs are turned from one register per
+// step into one per chain by an 8 x 8 transpose.
+__attribute__((target("avx2"))) inline void z_chains_avx2(uint32_t cz[kZChains], uint32_t cw[kZChains], uint32_t* out,
+                                                          size_t len) {
+  static_assert(kZChains == 8, "one chain per 32-bit lane of a 256-bit register");
+  const __m256i low16 = _mm256_set1_epi32(0xFFFF);
+  const __m256i az = _mm256_set1_epi32(36969), aw = _mm256_set1_epi32(18000);
+  __m256i z = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(cz));
+  __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(cw));
+  for (size_t j = 0; j < len; j += 8) {
+    __m256i o[8];
+    for (int q = 0; q < 8; ++q) {
+      z = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_and_si256(z, low16), az), _mm256_srli_epi32(z, 16));
+      w = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_and_si256(w, low16), aw), _mm256_srli_epi32(w, 16));
+      o[q] = _mm256_add_epi32(w, _mm256_slli_epi32(z, 16));
+    }
+    // o[q] holds step q of every chain; c[k] is to hold chain k's eight steps.
+    __m256i t[8], u[8];
+    for (int q = 0; q < 8; q += 2) {
+      t[q] = _mm256_unpacklo_epi32(o[q], o[q + 1]);
+      t[q + 1] = _mm256_unpackhi_epi32(o[q], o[q + 1]);
+    }
+    for (int q = 0; q < 8; q += 4) {
+      u[q] = _mm256_unpacklo_epi64(t[q], t[q + 2]);
+      u[q + 1] = _mm256_unpackhi_epi64(t[q], t[q + 2]);
+      u[q + 2] = _mm256_unpacklo_epi64(t[q + 1], t[q + 3]);
+      u[q + 3] = _mm256_unpackhi_epi64(t[q + 1], t[q + 3]);
+    }
+    for (int k = 0; k < 4; ++k) {
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + k * len + j), _mm256_permute2x128_si256(u[k], u[k + 4], 0x20));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + (k + 4) * len + j),
+                          _mm256_permute2x128_si256(u[k], u[k + 4], 0x31));
+    }
+  }
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(cz), z);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(cw), w);
+}
+#endif
+
+// How z_fill steps its stretches: one lane at a time (what processors
+// without SSE2 run), four SSE2 lanes at a time, or the widest the
+// processor has.
+enum class ZLanes { plain, sse2, widest };
+
+// Steps the chains `len` times (a multiple of eight) with the lanes asked for.
+inline void z_chains(uint32_t cz[kZChains], uint32_t cw[kZChains], uint32_t* out, size_t len, ZLanes lanes) {
+#if TESSELUX_AVX2
+  if (lanes == ZLanes::widest && tesselux_kernel::cpuHasAvx2()) {
+    z_chains_avx2(cz, cw, out, len);
+    return;
+  }
+#endif
+#if defined(__SSE2__)
+  if (lanes != ZLanes::plain) {
+    z_chains_sse2(cz, cw, out, len);
+    return;
+  }
+#endif
+  (void)lanes;
+  z_chains_plain(cz, cw, out, len);
+}
+
 // Outputs in bulk: out[0..n) receive the next n results of z_random(w, z),
 // and the stream ends n steps on, exactly as n calls would leave it. Each
 // step waits for the one before, which bounds a long run of draws by the
 // multiplier's latency; once both halves are at most p (the modular form
 // above), the run is cut into kChains stretches, each started by a jump
 // of a modular power, and the stretches are stepped side by side.
-// `vector` allows SSE2 where the build has it; the plain stepping is what
-// other processors (arm64) run.
-inline void z_fill(long long* w, long long* z, uint32_t* out, size_t n, bool vector = true) {
+inline void z_fill(long long* w, long long* z, uint32_t* out, size_t n, ZLanes lanes = ZLanes::widest) {
   constexpr unsigned long long pz = 36969ULL * 65536 - 1, pw = 18000ULL * 65536 - 1;
   constexpr int kChains = kZChains;
   size_t i = 0;
   while (i < n && !(*z >= 0 && static_cast<unsigned long long>(*z) <= pz && *w >= 0 &&
                     static_cast<unsigned long long>(*w) <= pw))
     out[i++] = z_random(w, z);
-  const size_t len = (n - i) / kChains / 4 * 4;  // whole groups of four steps
+  const size_t len = (n - i) / kChains / 8 * 8;  // whole groups of eight steps
   if (len >= 16) {
     // z_skip_half of 1 gives the multiplier of a jump by len steps.
     const unsigned long long jz = static_cast<unsigned long long>(z_skip_half(1, 36969, len));
@@ -142,13 +207,7 @@ inline void z_fill(long long* w, long long* z, uint32_t* out, size_t n, bool vec
       if (sw != pw) sw = sw * jw % pw;
     }
     // Below p a step never leaves 32 bits: 65535 * 36969 + 65535 < 2^32.
-#if defined(__SSE2__)
-    if (vector) z_chains_sse2(cz, cw, out + i, len);
-    else z_chains_plain(cz, cw, out + i, len);
-#else
-    (void)vector;
-    z_chains_plain(cz, cw, out + i, len);
-#endif
+    z_chains(cz, cw, out + i, len, lanes);
     *z = cz[kChains - 1];
     *w = cw[kChains - 1];
     i += kChains * len;
