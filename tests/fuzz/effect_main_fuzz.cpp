@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "fuzz_input.h"
@@ -68,14 +69,24 @@ std::shared_ptr<const thost::Clip> clip() {
 }
 
 // A copy of the module per identity, so that each has its own process-wide state.
+// The folder goes when the process ends normally; scripts/fuzz points TMPDIR
+// at a folder it removes, for runs that end otherwise.
+struct ModuleCopies {
+  fs::path dir;
+  ~ModuleCopies() {
+    std::error_code ignored;
+    fs::remove_all(dir, ignored);
+  }
+};
+
 std::string moduleCopy(int identity) {
-  static const fs::path dir = [] {
-    char pattern[] = "/tmp/tesselux-fuzz-XXXXXX";
-    const char* made = mkdtemp(pattern);
+  static const ModuleCopies copies = [] {
+    std::string pattern = (fs::temp_directory_path() / "tesselux-fuzz-XXXXXX").string();
+    const char* made = mkdtemp(pattern.data());
     if (!made) fail("cannot make a folder for the module copies");
-    return fs::path(made);
+    return ModuleCopies{fs::path(made)};
   }();
-  const fs::path copy = dir / ("tesselux-" + std::to_string(identity) + ".so");
+  const fs::path copy = copies.dir / ("tesselux-" + std::to_string(identity) + ".so");
   if (!fs::exists(copy)) fs::copy_file(Host::defaultPluginPath(), copy);
   return copy.string();
 }

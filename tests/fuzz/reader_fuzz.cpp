@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 #include "fuzz_input.h"
 #include "fuzz_targets.h"
@@ -20,14 +21,24 @@ const char* const kExtensions[] = {".png", ".exr", ".tif", ".jpg", ".dpx", ".bmp
                                    ".mp4", ".mov", ".mkv", ".avi", ".y4m", ".webm"};
 constexpr size_t kExtensionCount = sizeof kExtensions / sizeof kExtensions[0];
 
+// The inputs' folder goes when the process ends normally; scripts/fuzz points
+// TMPDIR at a folder it removes, for runs that end otherwise.
+struct InputFolder {
+  std::filesystem::path dir;
+  ~InputFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(dir, ignored);
+  }
+};
+
 std::string fileFor(size_t extension) {
-  static const std::filesystem::path dir = [] {
+  static const InputFolder folder = [] {
     const auto d = std::filesystem::temp_directory_path() /
                    ("tesselux-reader-fuzz-" + std::to_string(getpid()));
     std::filesystem::create_directories(d);
-    return d;
+    return InputFolder{d};
   }();
-  return (dir / (std::string("input") + kExtensions[extension])).string();
+  return (folder.dir / (std::string("input") + kExtensions[extension])).string();
 }
 
 }  // namespace
