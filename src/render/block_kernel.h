@@ -835,7 +835,8 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   const long long weighted = static_cast<long long>(in.strength) * g.blocks;
   const long long attempts = weighted >= 256 ? weighted >> 8 : 0;
   if (attempts > 0) {
-    const ShuffleSetup s = makeShuffleSetup(g.columns, g.rows, g.partialW != 0, g.partialH != 0, in.spread, in.direction);
+    const ShuffleSetup s =
+        makeShuffleSetup(g.columns, g.rows, g.partialW != 0, g.partialH != 0, in.spread, in.direction);
 
     Decisions d;
     d.intensity = I;

@@ -133,7 +133,8 @@ __attribute__((target("avx2"))) inline void z_chains_avx2(uint32_t cz[kZChains],
       w = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_and_si256(w, low16), aw), _mm256_srli_epi32(w, 16));
       o[q] = _mm256_add_epi32(w, _mm256_slli_epi32(z, 16));
     }
-    // o[q] holds step q of every chain; c[k] is to hold chain k's eight steps.
+    // o[q] holds step q of every chain; the stores below write chain k's
+    // eight steps, one register each, where its stretch of out continues.
     __m256i t[8], u[8];
     for (int q = 0; q < 8; q += 2) {
       t[q] = _mm256_unpacklo_epi32(o[q], o[q + 1]);
@@ -146,7 +147,8 @@ __attribute__((target("avx2"))) inline void z_chains_avx2(uint32_t cz[kZChains],
       u[q + 3] = _mm256_unpackhi_epi64(t[q + 1], t[q + 3]);
     }
     for (int k = 0; k < 4; ++k) {
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + k * len + j), _mm256_permute2x128_si256(u[k], u[k + 4], 0x20));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + k * len + j),
+                          _mm256_permute2x128_si256(u[k], u[k + 4], 0x20));
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + (k + 4) * len + j),
                           _mm256_permute2x128_si256(u[k], u[k + 4], 0x31));
     }

@@ -184,7 +184,8 @@ TEST(Random, BulkOutputsEqualSingleSteps) {
         z_fill(&w1, &z1, bulk.data(), n, lanes);
         size_t wrong = 0;
         for (size_t i = 0; i < n; ++i) wrong += bulk[i] != z_random(&w2, &z2);
-        EXPECT_EQ(wrong, 0u) << "start " << st.w << "," << st.z << " length " << n << " lanes " << static_cast<int>(lanes);
+        EXPECT_EQ(wrong, 0u) << "start " << st.w << "," << st.z << " length " << n << " lanes "
+                             << static_cast<int>(lanes);
         EXPECT_EQ(bulk[n], 0xDEADBEEFu);
         EXPECT_EQ(w1, w2);
         EXPECT_EQ(z1, z2);
