@@ -500,35 +500,26 @@ struct SourceRun {
   size_t bytes;
 };
 
-// Up to 64 bytes with ordinary stores, as two moves that overlap in the
-// middle: small blocks make millions of such pieces, for which a library
-// call costs more than the copy.
+// n bytes, sizeof(Word) <= n <= 2 * sizeof(Word), as two moves of a Word
+// that overlap in the middle.
+template <typename Word>
+__attribute__((target("avx2"))) inline void moveOverlapping(unsigned char* d, const unsigned char* s, size_t n) {
+  Word a, b;
+  memcpy(&a, s, sizeof a);
+  memcpy(&b, s + n - sizeof b, sizeof b);
+  memcpy(d, &a, sizeof a);
+  memcpy(d + n - sizeof b, &b, sizeof b);
+}
+
+// Up to 64 bytes with ordinary stores: small blocks make millions of such
+// pieces, for which a library call costs more than the copy.
 __attribute__((target("avx2"))) inline void copySmallAvx2(unsigned char* d, const unsigned char* s, size_t n) {
-  if (n >= 32) {
-    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + n - 32));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), a);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + n - 32), b);
-  } else if (n >= 16) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + n - 16));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), a);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n - 16), b);
-  } else if (n >= 8) {
-    uint64_t a, b;
-    memcpy(&a, s, 8);
-    memcpy(&b, s + n - 8, 8);
-    memcpy(d, &a, 8);
-    memcpy(d + n - 8, &b, 8);
-  } else if (n >= 4) {
-    uint32_t a, b;
-    memcpy(&a, s, 4);
-    memcpy(&b, s + n - 4, 4);
-    memcpy(d, &a, 4);
-    memcpy(d + n - 4, &b, 4);
-  } else {
+  if (n >= 32) moveOverlapping<__m256i>(d, s, n);
+  else if (n >= 16) moveOverlapping<__m128i>(d, s, n);
+  else if (n >= 8) moveOverlapping<uint64_t>(d, s, n);
+  else if (n >= 4) moveOverlapping<uint32_t>(d, s, n);
+  else
     for (size_t k = 0; k < n; ++k) d[k] = s[k];  // an output not aligned to whole pixels
-  }
 }
 
 // One row of a piece: ordinary stores for the partial lines at its ends,
