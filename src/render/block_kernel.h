@@ -245,6 +245,11 @@ struct Decisions {
   uint32_t choices;         // nframes + 1
 };
 
+// The destination of a block: in its record, or alone in an array of
+// destinations when nothing else of the record is read.
+inline A_u_long& destinationOf(BlockRecord& r) { return r.idx; }
+inline A_u_long& destinationOf(A_u_long& r) { return r; }
+
 // The attempt loop, compiled once per combination of what it must do:
 // kMask is the mask type whose test reads the mask values (-1: every pair is
 // affected, as with intensity 0), kFlag whether drawn blocks must be marked
@@ -256,11 +261,6 @@ struct Decisions {
 // each pair's records prefetched kAhead attempts before they are decided:
 // with small blocks the records far exceed the caches and land anywhere,
 // and this keeps that many misses in flight.
-// The destination of a block: in its record, or alone in an array of
-// destinations when nothing else of the record is read.
-inline A_u_long& destinationOf(BlockRecord& r) { return r.idx; }
-inline A_u_long& destinationOf(A_u_long& r) { return r; }
-
 template <int kMask, bool kFlag, bool kTime, typename Rec>
 void attemptLoop(Rec* rec, long long attempts, const ShuffleSetup& s, const Decisions& d, Streams& st) {
   static_assert(std::is_same<Rec, BlockRecord>::value || (kMask == -1 && !kFlag && !kTime),

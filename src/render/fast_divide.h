@@ -1,8 +1,8 @@
 // Division and remainder by a divisor fixed for a whole kernel run, without
 // a hardware divide: with c = ceil(2^64 / d), n / d and n % d are exact for
 // every 32-bit n and d (the 64-bit fraction c / 2^64 carries enough bits).
-// The attempt loop divides five times per attempt, which otherwise costs
-// more than the rest of an attempt.
+// Making a pair takes four divisions, which otherwise cost more than the
+// rest of an attempt.
 //
 // Vector lanes have no 64 x 64-bit product, so eight lanes at once use the
 // 32-bit form instead (Granlund and Montgomery, "Division by invariant
