@@ -5,6 +5,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include "aesdk/aesdk.h"
 #include "params/param_values.h"
@@ -42,6 +43,16 @@ struct RenderHooks {
   // renderer's own threshold.
   size_t bandCopyMinBytes;
 };
+
+// The block pass a render takes when every block is drawn: the renderer's
+// own choice for the frame's size, or one that large frames take, forced on
+// a frame of any size. The band copy is taken only with streaming off.
+enum class ForcedPass { chosen, bandCopy, streamed };
+
+inline void forcePass(RenderHooks& hooks, ForcedPass pass) {
+  hooks.streamingMinBytes = pass == ForcedPass::bandCopy ? SIZE_MAX : pass == ForcedPass::streamed ? 1 : 0;
+  hooks.bandCopyMinBytes = pass == ForcedPass::bandCopy ? 1 : 0;
+}
 
 PF_Err renderARGB8WithHooks(PF_LayerDef* input, PF_LayerDef* output, ParamValues values, float downsample,
                             const RenderHooks& hooks);

@@ -192,15 +192,9 @@ int renderOne(const uint8_t* data, size_t size_) {
   // The block pass as the renderer chooses it for these small frames, or
   // one that large frames take, forced: the band copy (streaming off), or
   // the source-order pass with streaming stores.
-  enum Pass { kChosen, kBands, kStreamed };
-  auto render = [&](Buffer& out, Pass pass) {
+  auto render = [&](Buffer& out, ForcedPass pass) {
     RenderHooks hooks{};
-    if (pass == kBands) {
-      hooks.streamingMinBytes = SIZE_MAX;
-      hooks.bandCopyMinBytes = 1;
-    } else if (pass == kStreamed) {
-      hooks.streamingMinBytes = 1;
-    }
+    forcePass(hooks, pass);
     switch (depth) {
       case 0:
         return renderARGB8WithHooks(&input.def, &out.def, values, ds, hooks);
@@ -210,7 +204,7 @@ int renderOne(const uint8_t* data, size_t size_) {
         return renderARGB32WithHooks(&input.def, &out.def, values, ds, hooks);
     }
   };
-  const PF_Err first = render(output, kChosen);
+  const PF_Err first = render(output, ForcedPass::chosen);
   if (first != PF_Err_NONE) fail("the renderer refused worlds that have pixels");
   if (input.bytes != inputBefore) fail("the renderer wrote into its input");
   const size_t rowPixelBytes = static_cast<size_t>(w) * bpp;
@@ -222,7 +216,7 @@ int renderOne(const uint8_t* data, size_t size_) {
 
   // The same frame again, into the same starting bytes: the same result,
   // also by the passes of large frames.
-  auto renderAgain = [&](Pass pass) {
+  auto renderAgain = [&](ForcedPass pass) {
     Buffer again;
     again.bytes = outputBefore;
     again.def = output.def;
@@ -230,9 +224,9 @@ int renderOne(const uint8_t* data, size_t size_) {
     render(again, pass);
     return again.bytes;
   };
-  if (renderAgain(kChosen) != output.bytes) fail("two renders of the same frame differ");
-  if (renderAgain(kBands) != output.bytes) fail("a render by bands differs from the same render by rows");
-  if (renderAgain(kStreamed) != output.bytes) fail("a streamed render differs from the same render by rows");
+  if (renderAgain(ForcedPass::chosen) != output.bytes) fail("two renders of the same frame differ");
+  if (renderAgain(ForcedPass::bandCopy) != output.bytes) fail("a render by bands differs from the same render by rows");
+  if (renderAgain(ForcedPass::streamed) != output.bytes) fail("a streamed render differs from the same render by rows");
   return 0;
 }
 

@@ -197,16 +197,12 @@ TYPED_TEST(ReferenceCompare, KernelMatchesReferenceOverRandomParameterSets) {
     // and with each pass that large frames take when every block is drawn:
     // the band copy (streaming off) and the streamed source-order pass.
     static const char* const kPassNames[] = {"", " (band copy)", " (streamed)"};
+    const ForcedPass passes[] = {ForcedPass::chosen, ForcedPass::bandCopy, ForcedPass::streamed};
     for (int pass = 0; pass < 3; ++pass) {
       World<T> output = c.output;
       rt::Captured cap;
       RenderHooks hooks = rt::captureHooks(&cap);
-      if (pass == 1) {
-        hooks.streamingMinBytes = SIZE_MAX;
-        hooks.bandCopyMinBytes = 1;
-      } else if (pass == 2) {
-        hooks.streamingMinBytes = 1;
-      }
+      forcePass(hooks, passes[pass]);
       ASSERT_EQ(Depth<T>::render(&c.input.def, &output.def, c.v, c.downsample, hooks), PF_Err_NONE);
       ASSERT_TRUE(cap.seen) << c.text;
 
