@@ -13,6 +13,15 @@ using tesselux_kernel::fastDiv;
 using tesselux_kernel::fastMod;
 using tesselux_kernel::makeDivisor;
 
+// Divisor i of a random run: a third below 4096 (block columns, spans), a
+// third below 4,000,000 (block counts), a third anywhere; never 0.
+uint32_t randomDivisor(std::mt19937& rng, int i) {
+  uint32_t d = rng();
+  if (i % 3 == 0) d %= 4096;
+  if (i % 3 == 1) d %= 4000000;
+  return d == 0 ? 1 : d;
+}
+
 void expectExact(uint32_t n, uint32_t d) {
   const auto f = makeDivisor(d);
   ASSERT_EQ(fastMod(n, f), n % d) << n << " % " << d;
@@ -64,10 +73,7 @@ TEST(FastDivideLanes, RandomNumeratorsAndDivisors) {
   if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
   std::mt19937 rng(7);
   for (int i = 0; i < 300000; ++i) {
-    uint32_t d = rng();
-    if (i % 3 == 0) d %= 4096;
-    if (i % 3 == 1) d %= 4000000;
-    if (d == 0) d = 1;
+    const uint32_t d = randomDivisor(rng, i);
     uint32_t n[8];
     for (auto& v : n) v = rng();
     expectExactLanes(n, d);
@@ -89,10 +95,7 @@ TEST(FastDivideLanes, EveryNumeratorStepForSmallDivisors) {
 TEST(FastDivide, RandomNumeratorsAndDivisors) {
   std::mt19937 rng(99);
   for (int i = 0; i < 2000000; ++i) {
-    uint32_t d = rng();
-    if (i % 3 == 0) d %= 4096;
-    if (i % 3 == 1) d %= 4000000;
-    if (d == 0) d = 1;
+    const uint32_t d = randomDivisor(rng, i);
     expectExact(rng(), d);
   }
 }
