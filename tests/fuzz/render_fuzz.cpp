@@ -178,8 +178,10 @@ int renderOne(const uint8_t* data, size_t size_) {
       default: {
         // Another rectangle of the same layer: other size, shifted origin.
         const int fw = in.range(1, w + 16), fh = in.range(1, h + 16);
-        makeWorld(f, fw, fh, bpp, in.range(0, 8) * chanSize, ox + in.range(-16, 16),
-                  oy + in.range(-16, 16));
+        const int padding = in.range(0, 8) * chanSize;
+        const A_long fx = ox + in.range(-16, 16);
+        const A_long fy = oy + in.range(-16, 16);
+        makeWorld(f, fw, fh, bpp, padding, fx, fy);
         fillPixels(f, chanSize, fw, in.u32(), floatKind);
         break;
       }

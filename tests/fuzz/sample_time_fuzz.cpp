@@ -22,13 +22,17 @@ int sampleTimeOne(const uint8_t* data, size_t size) {
     case 0:
       time = in.rawDouble();
       break;
-    case 1:
-      time = static_cast<double>(in.range(1, 16)) * in.nearRangeDouble(-256.0, 256.0) *
+    case 1: {
+      const double times = in.range(1, 16);
+      time = times * in.nearRangeDouble(-256.0, 256.0) *
              (unitIsFrames ? static_cast<double>(in_data.time_step) : 1.0);
       break;
-    case 2:
-      time = in.nearRangeDouble(-5.0, 5.0) * in.range(1, 16);
+    }
+    case 2: {
+      const double t = in.nearRangeDouble(-5.0, 5.0);
+      time = t * in.range(1, 16);
       break;
+    }
     default:
       time = static_cast<double>(in.i32());
       break;
