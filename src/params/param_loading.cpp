@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "params/param_table.h"
 #include "time/layer_checkout.h"
@@ -12,7 +13,11 @@ const PF_ParamDef& read(PF_InData* in_data, PF_ParamDef** params, int id, PF_Par
   return *getParam(in_data, params, id, scratch);
 }
 
-A_long popupIndex(const PF_ParamDef& def) { return def.u.pd.value - 1; }
+// A damaged value of the lowest int stays the lowest: out of range, not wrapped.
+A_long popupIndex(const PF_ParamDef& def) {
+  const A_long value = def.u.pd.value;
+  return value == std::numeric_limits<A_long>::min() ? value : value - 1;
+}
 
 // The integer part of a 16.16 value, rounded toward minus infinity.
 A_long fixedFloor(const PF_ParamDef& def) { return def.u.fd.value >> 16; }

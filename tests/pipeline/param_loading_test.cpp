@@ -1,5 +1,7 @@
 // The record pre-render fills from the controls: reading order, conversions,
 // the time frame slots, and the values legacy render reads from its params.
+#include <limits>
+
 #include "pipeline_support.h"
 
 using namespace pipeline;
@@ -117,6 +119,25 @@ TEST_F(ParamLoading, EveryControlReachesItsField) {
   EXPECT_EQ(pv.timeSeed, 5);
   EXPECT_EQ(pv.exclusiveMode, 1);
   ASSERT_EQ(h.smartRender(), PF_Err_NONE);
+}
+
+// Popup values a damaged project could carry load one lower and stay outside
+// the choices, the lowest int included (one lower would not be an int).
+TEST_F(ParamLoading, DamagedPopupValuesStayOutsideTheChoices) {
+  const int popups[] = {ID_CHANNELS, ID_SHUFFLE_DIRECTION, ID_MASK_TYPE, ID_STEPPING_UNIT,
+                        ID_EDGE_TIME_MODE};
+  for (const A_long value : {std::numeric_limits<A_long>::min(), -7, 0, 6,
+                             std::numeric_limits<A_long>::max()}) {
+    thost::Host& h = ready();
+    for (int id : popups) setPopup(h, id, value);
+    const ParamValues pv = preRendered(h);
+    const A_long expected = value == std::numeric_limits<A_long>::min() ? value : value - 1;
+    for (const A_long got :
+         {pv.channels, pv.shuffleDirection, pv.maskType, pv.steppingUnit, pv.edgeTimeMode})
+      EXPECT_EQ(got, expected) << value;
+    EXPECT_EQ(h.smartRender(), PF_Err_NONE) << value;
+    EXPECT_TRUE(h.contractBreaks().empty()) << value;
+  }
 }
 
 TEST_F(ParamLoading, FrameStepsAreMultiplesOfTheCompositionTimeStep) {
