@@ -177,6 +177,7 @@ int effectMainOne(const uint8_t* data, size_t size) {
   const int identity = in.u8() % kIdentities;
   Host& h = hostFor(identity);
   h.clearCalls();
+  h.clearParamUIUpdates();  // records, like the calls: kept, they grow with every input
   h.clearFailures();
   h.clearContractBreaks();
   for (const auto& s : kSuites) h.restoreSuite(s.name, s.version);
@@ -313,6 +314,7 @@ int effectMainOne(const uint8_t* data, size_t size) {
   }
   h.clearContractBreaks();
   h.clearCalls();
+  h.clearParamUIUpdates();
   return 0;
 }
 
