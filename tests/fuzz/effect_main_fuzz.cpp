@@ -257,9 +257,12 @@ int effectMainOne(const uint8_t* data, size_t size) {
           h.setTime(current, step, total, scale);
           break;
         }
-        case 16:
-          h.setDownsample(PF_RationalScale{in.i32(), in.u32()}, PF_RationalScale{in.i32(), in.u32()});
+        case 16: {
+          const PF_RationalScale x{in.i32(), in.u32()};
+          const PF_RationalScale y{in.i32(), in.u32()};
+          h.setDownsample(x, y);
           break;
+        }
         case 17:
         case 18: {
           const uint8_t depth = in.u8() % 3;

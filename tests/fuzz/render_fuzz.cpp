@@ -141,16 +141,21 @@ int renderOne(const uint8_t* data, size_t size_) {
     case 0:
     case 1:
       break;  // none
-    case 2:
-      makeWorld(mask, size(in, 320), size(in, 320), bpp, in.range(0, 8) * chanSize, 0, 0);
+    case 2: {
+      const int mw = size(in, 320), mh = size(in, 320);
+      const int padding = in.range(0, 8) * chanSize;
+      makeWorld(mask, mw, mh, bpp, padding, 0, 0);
       fillPixels(mask, chanSize, mask.def.width, in.u32(), floatKind);
       values.maskLayer = &mask.def;
       break;
-    case 3:
-      makeWorld(mask, size(in, 64), size(in, 64), bpp, 0, 0, 0);
+    }
+    case 3: {
+      const int mw = size(in, 64), mh = size(in, 64);
+      makeWorld(mask, mw, mh, bpp, 0, 0, 0);
       mask.def.data = nullptr;  // a layer the host gave without pixels
       values.maskLayer = &mask.def;
       break;
+    }
     default:
       makeWorld(mask, w, h, bpp, 0, ox, oy);
       fillPixels(mask, chanSize, w, in.u32(), floatKind);
