@@ -628,29 +628,16 @@ void blockPassStreamed(const Grid& g, const BlockPass& p, SourceRun* runs) {
 // records in block order: reading a moved block's record later, from the
 // output side, would be a cache miss per block whose result every
 // following run's merge test waits for.
-template <typename T>
-void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPlace, A_u_long* drawnAt,
-                     A_u_char* frameAt, Run* runs) {
-  constexpr ptrdiff_t pix = 4 * sizeof(T);
-  constexpr A_u_long kNone = 0xFFFFFFFFu;
+constexpr A_u_long kNotDrawn = 0xFFFFFFFFu;
+
+// drawnAt and frameAt in one pass over the records in block order.
+inline void recordDestinations(const Grid& g, const BlockPass& p, bool allDrawn, A_u_long* drawnAt,
+                               A_u_char* frameAt) {
   const size_t n = static_cast<size_t>(g.blocks);
-  // inPlace (every block drawn, whole pixels, a frame larger than the
-  // caches): each band of rows is first copied from the input as it stands,
-  // and only the blocks that moved are then written over it. A long row copy
-  // runs at memory speed; dozens of short pieces per row written to lines
-  // that are not in the cache cost about twice that, while the same pieces
-  // written over a band that was just copied, and is still in the cache,
-  // cost only their reads. Bands of about 256 KB stay in a core's cache.
-  const size_t rowBytes = static_cast<size_t>(g.width) * pix;
-  const size_t bandRows = (size_t(256) << 10) / (rowBytes ? rowBytes : 1);
-#if TESSELUX_AVX2
-  const bool avx2 = inPlace && cpuHasAvx2();
-#endif
-  const A_long band = bandRows < 4 ? 4 : bandRows > 1024 ? 1024 : static_cast<A_long>(bandRows);
   // With composite on every block is drawn and the destinations are a
   // permutation, so every entry is written below.
   if (!allDrawn)
-    for (size_t j = 0; j < n; ++j) drawnAt[j] = kNone;
+    for (size_t j = 0; j < n; ++j) drawnAt[j] = kNotDrawn;
   for (size_t i = 0; i < n; ++i) {
     const BlockRecord b = p.rec[i];
     if (!b.flag) continue;
@@ -658,71 +645,115 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPl
     drawnAt[j] = static_cast<A_u_long>(i);
     if (frameAt) frameAt[j] = b.frame;
   }
+}
 
-  for (A_long r = 0; r < g.rows; ++r) {
-    int count = 0;
-    const A_u_long* at = drawnAt + static_cast<size_t>(r) * g.columns;
-    const A_u_char* frameRow = frameAt ? frameAt + static_cast<size_t>(r) * g.columns : nullptr;
-    for (A_long c = 0; c < g.columns; ++c) {
-      const A_u_long i = at[c];
-      const ptrdiff_t dstOffset = static_cast<ptrdiff_t>(c) * g.bw * pix;
-      const A_long cols = g.blockCols(c);  // equal to the source block's width
-      const size_t bytes = static_cast<size_t>(cols) * pix;
-      if (i == kNone) continue;
-      const unsigned k = frameRow ? frameRow[c] : 0;
-      // Blocks that stay where they are come with the band copy below.
-      if (inPlace && k == 0 && i == static_cast<A_u_long>(static_cast<size_t>(r) * g.columns + c)) continue;
-      const A_long sr = static_cast<A_long>(fastDiv(i, p.byColumns));
-      const A_long sc = static_cast<A_long>(i - static_cast<uint32_t>(sr) * static_cast<uint32_t>(g.columns));
-      const ptrdiff_t stride = p.strides[k];
-      const unsigned char* src =
-          p.sources[k] + static_cast<ptrdiff_t>(sr) * g.bh * stride + static_cast<ptrdiff_t>(sc) * g.bw * pix;
-      if (count > 0) {
-        Run& last = runs[count - 1];
-        if (last.frameIndex == k && last.src + last.bytes == src &&
-            last.dstOffset + static_cast<ptrdiff_t>(last.bytes) == dstOffset) {
-          last.bytes += bytes;
-          last.pixels += cols;
-          continue;
-        }
+// Output block row r as a list of runs, neighbours from neighbouring source
+// pixels merged. Returns the number of runs.
+template <typename T>
+int describeRuns(const Grid& g, const BlockPass& p, A_long r, bool inPlace, const A_u_long* drawnAt,
+                 const A_u_char* frameAt, Run* runs) {
+  constexpr ptrdiff_t pix = 4 * sizeof(T);
+  int count = 0;
+  const A_u_long* at = drawnAt + static_cast<size_t>(r) * g.columns;
+  const A_u_char* frameRow = frameAt ? frameAt + static_cast<size_t>(r) * g.columns : nullptr;
+  for (A_long c = 0; c < g.columns; ++c) {
+    const A_u_long i = at[c];
+    const ptrdiff_t dstOffset = static_cast<ptrdiff_t>(c) * g.bw * pix;
+    const A_long cols = g.blockCols(c);  // equal to the source block's width
+    const size_t bytes = static_cast<size_t>(cols) * pix;
+    if (i == kNotDrawn) continue;
+    const unsigned k = frameRow ? frameRow[c] : 0;
+    // Blocks that stay where they are come with the band copy.
+    if (inPlace && k == 0 && i == static_cast<A_u_long>(static_cast<size_t>(r) * g.columns + c)) continue;
+    const A_long sr = static_cast<A_long>(fastDiv(i, p.byColumns));
+    const A_long sc = static_cast<A_long>(i - static_cast<uint32_t>(sr) * static_cast<uint32_t>(g.columns));
+    const ptrdiff_t stride = p.strides[k];
+    const unsigned char* src =
+        p.sources[k] + static_cast<ptrdiff_t>(sr) * g.bh * stride + static_cast<ptrdiff_t>(sc) * g.bw * pix;
+    if (count > 0) {
+      Run& last = runs[count - 1];
+      if (last.frameIndex == k && last.src + last.bytes == src &&
+          last.dstOffset + static_cast<ptrdiff_t>(last.bytes) == dstOffset) {
+        last.bytes += bytes;
+        last.pixels += cols;
+        continue;
       }
-      runs[count++] = Run{dstOffset, src, stride, bytes, cols, k};
     }
-    const A_long rows = g.blockRows(r);
-    unsigned char* dstRow = p.out + static_cast<ptrdiff_t>(r) * g.bh * p.outRowbytes;
-    if (inPlace) {
-      const unsigned char* srcRow = p.sources[0] + static_cast<ptrdiff_t>(r) * g.bh * p.strides[0];
-      for (A_long y0 = 0; y0 < rows; y0 += band) {
-        const A_long y1 = y0 + band < rows ? y0 + band : rows;
-        for (A_long y = y0; y < y1; ++y) memcpy(dstRow + y * p.outRowbytes, srcRow + y * p.strides[0], rowBytes);
-        for (int k = 0; k < count; ++k) {
-          if (k + kRunsAhead < count) {
-            const Run& a = runs[k + kRunsAhead];
-            for (A_long y = y0; y < y1; ++y) prefetchBytes(a.src + y * a.stride, a.bytes);
-          }
-          const Run& run = runs[k];
+    runs[count++] = Run{dstOffset, src, stride, bytes, cols, k};
+  }
+  return count;
+}
+
+// One block row in bands: each band of rows copied from the input, then the
+// runs of moved blocks written over it while it is still in the cache.
+template <typename T>
+void writeBandsInPlace(const Grid& g, const BlockPass& p, A_long r, const Run* runs, int count, A_long band,
+                       bool avx2) {
+  const size_t rowBytes = static_cast<size_t>(g.width) * 4 * sizeof(T);
+  const A_long rows = g.blockRows(r);
+  unsigned char* dstRow = p.out + static_cast<ptrdiff_t>(r) * g.bh * p.outRowbytes;
+  const unsigned char* srcRow = p.sources[0] + static_cast<ptrdiff_t>(r) * g.bh * p.strides[0];
+  (void)avx2;  // only read where the vector short copy is compiled
+  for (A_long y0 = 0; y0 < rows; y0 += band) {
+    const A_long y1 = y0 + band < rows ? y0 + band : rows;
+    for (A_long y = y0; y < y1; ++y) memcpy(dstRow + y * p.outRowbytes, srcRow + y * p.strides[0], rowBytes);
+    for (int k = 0; k < count; ++k) {
+      if (k + kRunsAhead < count) {
+        const Run& a = runs[k + kRunsAhead];
+        for (A_long y = y0; y < y1; ++y) prefetchBytes(a.src + y * a.stride, a.bytes);
+      }
+      const Run& run = runs[k];
 #if TESSELUX_AVX2
-          if (avx2 && (run.bytes == 32 || run.bytes == 64)) {
-            copyShortRowsAvx2(dstRow + y0 * p.outRowbytes + run.dstOffset, p.outRowbytes, run.src + y0 * run.stride,
-                              run.stride, run.bytes, y1 - y0);
-            continue;
-          }
+      if (avx2 && (run.bytes == 32 || run.bytes == 64)) {
+        copyShortRowsAvx2(dstRow + y0 * p.outRowbytes + run.dstOffset, p.outRowbytes, run.src + y0 * run.stride,
+                          run.stride, run.bytes, y1 - y0);
+        continue;
+      }
 #endif
-          for (A_long y = y0; y < y1; ++y)
-            copyBytes(dstRow + y * p.outRowbytes + run.dstOffset, run.src + y * run.stride, run.bytes);
-        }
-      }
-      continue;
+      for (A_long y = y0; y < y1; ++y)
+        copyBytes(dstRow + y * p.outRowbytes + run.dstOffset, run.src + y * run.stride, run.bytes);
     }
-    if (count == 0) continue;
-    for (A_long y = 0; y < rows; ++y, dstRow += p.outRowbytes) {
-      for (int k = 0; k < count; ++k) {
-        if (k + kRunsAhead < count)
-          prefetchBytes(runs[k + kRunsAhead].src + y * runs[k + kRunsAhead].stride, runs[k + kRunsAhead].bytes);
-        copyRun<T>(dstRow + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes, runs[k].pixels,
-                   p.channel);
-      }
+  }
+}
+
+// One block row's runs, every pixel row written front to back.
+template <typename T>
+void writeRuns(const Grid& g, const BlockPass& p, A_long r, const Run* runs, int count) {
+  const A_long rows = g.blockRows(r);
+  unsigned char* dstRow = p.out + static_cast<ptrdiff_t>(r) * g.bh * p.outRowbytes;
+  for (A_long y = 0; y < rows; ++y, dstRow += p.outRowbytes) {
+    for (int k = 0; k < count; ++k) {
+      if (k + kRunsAhead < count)
+        prefetchBytes(runs[k + kRunsAhead].src + y * runs[k + kRunsAhead].stride, runs[k + kRunsAhead].bytes);
+      copyRun<T>(dstRow + runs[k].dstOffset, runs[k].src + y * runs[k].stride, runs[k].bytes, runs[k].pixels,
+                 p.channel);
     }
+  }
+}
+
+template <typename T>
+void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPlace, A_u_long* drawnAt,
+                     A_u_char* frameAt, Run* runs) {
+  // inPlace (every block drawn, whole pixels, a frame larger than the
+  // caches): each band of rows is first copied from the input as it stands,
+  // and only the blocks that moved are then written over it. A long row copy
+  // runs at memory speed; dozens of short pieces per row written to lines
+  // that are not in the cache cost about twice that, while the same pieces
+  // written over a band that was just copied, and is still in the cache,
+  // cost only their reads. Bands of about 256 KB stay in a core's cache.
+  const size_t rowBytes = static_cast<size_t>(g.width) * 4 * sizeof(T);
+  const size_t bandRows = (size_t(256) << 10) / (rowBytes ? rowBytes : 1);
+  const A_long band = bandRows < 4 ? 4 : bandRows > 1024 ? 1024 : static_cast<A_long>(bandRows);
+#if TESSELUX_AVX2
+  const bool avx2 = inPlace && cpuHasAvx2();
+#else
+  const bool avx2 = false;
+#endif
+  recordDestinations(g, p, allDrawn, drawnAt, frameAt);
+  for (A_long r = 0; r < g.rows; ++r) {
+    const int count = describeRuns<T>(g, p, r, inPlace, drawnAt, frameAt, runs);
+    if (inPlace) writeBandsInPlace<T>(g, p, r, runs, count, band, avx2);
+    else if (count > 0) writeRuns<T>(g, p, r, runs, count);
   }
 }
 
@@ -752,16 +783,12 @@ inline void observeRecords(const RenderHooks* hooks, KernelSnapshot& s, const Bl
   free(flag);
 }
 
-template <class Tr>
-void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
-  typedef typename Tr::Channel T;
-  constexpr ptrdiff_t pix = 4 * sizeof(T);
-  const RenderAllocator* allocator = hooks ? &hooks->allocator : nullptr;
-
+// The block grid of a frame. A block size of 0 (a tiny block at a low
+// resolution) becomes 1.
+inline Grid makeGrid(const KernelInput& in) {
   Grid g;
   g.width = in.width > 0 ? in.width : 0;
   g.height = in.height > 0 ? in.height : 0;
-  // A block size of 0 (a tiny block at a low resolution) becomes 1.
   g.bw = in.blockWidth < 1 ? 1 : in.blockWidth;
   g.bh = in.blockHeight < 1 ? 1 : in.blockHeight;
   g.partialW = g.width % g.bw;
@@ -769,8 +796,187 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   g.columns = g.width / g.bw + (g.partialW ? 1 : 0);
   g.rows = g.height / g.bh + (g.partialH ? 1 : 0);
   g.blocks = static_cast<long long>(g.columns) * g.rows;
-  const size_t rowBytes = static_cast<size_t>(g.width) * pix;
-  unsigned char* const out = in.outData;
+  return g;
+}
+
+// Copies the input's rows to the output unchanged.
+inline void copyRows(const KernelInput& in, const Grid& g, size_t rowBytes) {
+  for (A_long y = 0; y < g.height; ++y)
+    memcpy(in.outData + y * in.outRowbytes, in.inData + y * in.inRowbytes, rowBytes);
+}
+
+// Every block starts at its own place, from the input, with its mask value
+// still 0 and drawn exactly when composite is on.
+inline void initRecords(BlockRecord* rec, const Grid& g, bool composite) {
+  BlockRecord fresh;
+  fresh.idx = 0;
+  fresh.maskval = 0;
+  fresh.frame = 0;
+  fresh.flag = composite ? 1 : 0;
+  size_t i = 0;
+  for (A_long r = 0; r < g.rows; ++r)
+    for (A_long c = 0; c < g.columns; ++c, ++i) {
+      fresh.idx = (static_cast<A_u_long>(r) << 16) | static_cast<A_u_long>(c);
+      rec[i] = fresh;
+    }
+}
+
+// Where the row-ordered pass's scratch arrays sit in one allocation: one
+// destination per block, then one frame entry per block (with time frames),
+// then one run per column.
+struct ScratchLayout {
+  size_t frameAtOffset, runsOffset, bytes;
+};
+
+inline ScratchLayout scratchLayout(size_t m, const Grid& g, A_long nframes) {
+  ScratchLayout l;
+  l.frameAtOffset = m * sizeof(A_u_long);
+  const size_t frameAtBytes = nframes ? m : 0;
+  l.runsOffset = (l.frameAtOffset + frameAtBytes + alignof(Run) - 1) / alignof(Run) * alignof(Run);
+  l.bytes = l.runsOffset + static_cast<size_t>(g.columns) * sizeof(Run);
+  return l;
+}
+
+// The swap attempts: how many there are, and the loop that runs them for the
+// mask type, intensity, flagging and timing at hand. Returns the count.
+inline long long runAttempts(const KernelInput& in, const Grid& g, A_long nframes, BlockRecord* rec, size_t n,
+                             void* scratch, Streams& st) {
+  // Strength times block count passes 2^31 on large frames with 1-pixel
+  // blocks, so the attempt count is computed in 64 bits.
+  const long long weighted = static_cast<long long>(in.strength) * g.blocks;
+  const long long attempts = weighted >= 256 ? weighted >> 8 : 0;
+  if (attempts <= 0) return attempts;
+  const A_u_short I = in.intensity;
+  const ShuffleSetup s = makeShuffleSetup(g.columns, g.rows, g.partialW != 0, g.partialH != 0, in.spread, in.direction);
+
+  Decisions d;
+  d.intensity = I;
+  d.thresholdRange = static_cast<uint32_t>(I) + 1;
+  // With exclusive mode and time frames, blocks only change time, not place.
+  d.swapping = !(in.exclusive != 0 && nframes != 0);
+  d.probability = in.probability;
+  d.choices = static_cast<uint32_t>(nframes) + 1;
+  const bool timing = in.probability != 0 && nframes != 0;
+  const bool flagging = in.composite == 0;  // with composite on every flag is 1 already
+  const unsigned long long count = static_cast<unsigned long long>(attempts);
+
+  // With intensity 0 every known mask type affects every pair and the mask
+  // values are never read; the mask stream of types 1 and 2 still moves
+  // two steps per attempt, which is taken at once at the end. An unknown
+  // type affects nothing, so only the stream positions change.
+  const bool knownType = in.maskType >= 0 && in.maskType <= 2;
+  if (!knownType) {
+    z_skip(&st.sw, &st.sz, 3 * count);
+  } else if (I == 0) {
+    if (!flagging && !timing) swapOnly(rec, static_cast<A_u_long*>(scratch), n, attempts, s, d, st);
+    else attemptLoopFor<-1>(flagging, timing, rec, attempts, s, d, st);
+    if (in.maskType != 0) z_skip(&st.mw, &st.mz, 2 * count);
+  } else if (in.maskType == 0) {
+    attemptLoopFor<0>(flagging, timing, rec, attempts, s, d, st);
+  } else if (in.maskType == 1) {
+    attemptLoopFor<1>(flagging, timing, rec, attempts, s, d, st);
+  } else {
+    attemptLoopFor<2>(flagging, timing, rec, attempts, s, d, st);
+  }
+  // Without time draws the time stream still ends four steps per attempt on.
+  if (!timing || !knownType) z_skip(&st.tw, &st.tz, 4 * count);
+  return attempts;
+}
+
+// The block pass's sources: entry 0 is the input, entries 1..nframes the
+// time frames, each with its own stride in bytes.
+template <typename T>
+BlockPass makeBlockPass(const KernelInput& in, const Grid& g, A_long nframes, const BlockRecord* rec) {
+  BlockPass pass;
+  pass.sources[0] = in.inData;
+  pass.strides[0] = in.inRowbytes;
+  for (A_long k = 1; k <= nframes; ++k) {
+    pass.sources[k] = static_cast<const unsigned char*>(in.frames[k - 1]);
+    pass.strides[k] = static_cast<ptrdiff_t>(in.strides[k - 1]) * static_cast<ptrdiff_t>(sizeof(T));
+  }
+  pass.out = in.outData;
+  pass.outRowbytes = in.outRowbytes;
+  pass.channel = in.channel;
+  pass.rec = rec;
+  pass.byColumns = makeDivisor(static_cast<uint32_t>(g.columns ? g.columns : 1));
+  return pass;
+}
+
+// What the output holds before the block pass: transparent black with
+// composite off; with one channel chosen, the input, since the prefill only
+// has to supply the three unchosen channels and with composite on the drawn
+// blocks tile the frame, so the chosen channel is overwritten everywhere:
+// copying whole rows gives the same result in one memcpy per row.
+inline void prefillOutput(const KernelInput& in, const Grid& g, size_t rowBytes) {
+  if (in.composite == 0) {
+    for (A_long y = 0; y < g.height; ++y) memset(in.outData + y * in.outRowbytes, 0, rowBytes);
+  } else if (in.channel != 0) {
+    copyRows(in, g, rowBytes);
+  }
+}
+
+// Draws the blocks: the streamed pass for large whole-pixel composites on
+// AVX2, else the row-ordered pass (as a band copy above its threshold), and
+// the block-ordered pass when there is no scratch memory. Frees the scratch.
+template <typename T>
+void runBlockPass(const KernelInput& in, const Grid& g, const BlockPass& pass, A_long nframes, void* scratch,
+                  const ScratchLayout& layout, const RenderHooks* hooks) {
+  const bool composite = in.composite != 0;
+  const size_t frameBytes = static_cast<size_t>(g.width) * 4 * sizeof(T) * static_cast<size_t>(g.height);
+  const bool streaming =
+      TESSELUX_AVX2 && composite && in.channel == 0 && scratch && cpuHasAvx2() &&
+      frameBytes >= (hooks && hooks->streamingMinBytes ? hooks->streamingMinBytes : kStreamingMinBytes);
+  const bool bandCopy = !streaming && composite && in.channel == 0 &&
+                        frameBytes >= (hooks && hooks->bandCopyMinBytes ? hooks->bandCopyMinBytes : kBandCopyMinBytes);
+  if (!scratch) {
+    blockPassByBlocks<T>(g, pass);
+    return;
+  }
+  unsigned char* base = static_cast<unsigned char*>(scratch);
+  A_u_long* drawnAt = reinterpret_cast<A_u_long*>(base);
+  A_u_char* frameAt = nframes ? base + layout.frameAtOffset : nullptr;
+  Run* runs = reinterpret_cast<Run*>(base + layout.runsOffset);
+#if TESSELUX_AVX2
+  static_assert(sizeof(SourceRun) <= sizeof(Run) && alignof(SourceRun) <= alignof(Run), "runs share scratch");
+  if (streaming) blockPassStreamed<T>(g, pass, reinterpret_cast<SourceRun*>(runs));
+  else
+#endif
+    blockPassByRows<T>(g, pass, composite, bandCopy, drawnAt, frameAt, runs);
+  free(scratch);
+}
+
+// Hands the grid, counts, stream ends and records to the observer hook.
+inline void snapshotKernel(const RenderHooks* hooks, const KernelInput& in, const Grid& g, long long attempts,
+                           A_long nframes, const Streams& st, const BlockRecord* rec, size_t n) {
+  KernelSnapshot s;
+  s.width = g.width;
+  s.height = g.height;
+  s.blockWidth = g.bw;
+  s.blockHeight = g.bh;
+  s.columns = g.columns;
+  s.rows = g.rows;
+  s.blocks = g.blocks;
+  s.attempts = attempts;
+  s.strength = in.strength;
+  s.spread = in.spread;
+  s.probability = in.probability;
+  s.nframes = nframes;
+  s.intensity = in.intensity;
+  s.shuffleW = st.sw;
+  s.shuffleZ = st.sz;
+  s.maskW = st.mw;
+  s.maskZ = st.mz;
+  s.timeW = st.tw;
+  s.timeZ = st.tz;
+  observeRecords(hooks, s, rec, n);
+}
+
+template <class Tr>
+void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
+  typedef typename Tr::Channel T;
+  const RenderAllocator* allocator = hooks ? &hooks->allocator : nullptr;
+  const Grid g = makeGrid(in);
+  const size_t rowBytes = static_cast<size_t>(g.width) * 4 * sizeof(T);
 
   // Grid positions are packed as (row << 16) | column and drawn modulo the
   // block count in 32 bits; a grid beyond that (far larger than any legal
@@ -781,161 +987,31 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   BlockRecord* rec = nullptr;
   if (packable) rec = static_cast<BlockRecord*>(renderAllocate(allocator, m * sizeof(BlockRecord)));
   if (!rec) {
-    // No memory for the per-block records: the frame passes through unchanged.
-    for (A_long y = 0; y < g.height; ++y)
-      memcpy(out + y * in.outRowbytes, in.inData + y * in.inRowbytes, rowBytes);
+    copyRows(in, g, rowBytes);  // no memory for the per-block records: the frame passes through
     return;
   }
-
-  const bool composite = in.composite != 0;
-  {
-    BlockRecord fresh;
-    fresh.idx = 0;
-    fresh.maskval = 0;
-    fresh.frame = 0;
-    fresh.flag = composite ? 1 : 0;
-    size_t i = 0;
-    for (A_long r = 0; r < g.rows; ++r)
-      for (A_long c = 0; c < g.columns; ++c, ++i) {
-        fresh.idx = (static_cast<A_u_long>(r) << 16) | static_cast<A_u_long>(c);
-        rec[i] = fresh;
-      }
-  }
-
-  const A_u_short I = in.intensity;
-  if (I != 0) computeMaskValues<Tr>(rec, g, in);
+  initRecords(rec, g, in.composite != 0);
+  if (in.intensity != 0) computeMaskValues<Tr>(rec, g, in);
 
   A_long nframes = in.nframes < 0 ? 0 : in.nframes;
-  if (nframes > MAX_TIME_FRAMES) nframes = MAX_TIME_FRAMES;  // frame entries index the table below
+  if (nframes > MAX_TIME_FRAMES) nframes = MAX_TIME_FRAMES;  // frame entries index the pass's table
 
   // The row-ordered pass needs a little scratch memory; without it the
   // block-ordered pass writes the same pixels. Its array of one destination
   // per block first serves attempts that only swap (see swapOnly).
-  const size_t frameAtOffset = m * sizeof(A_u_long);
-  const size_t frameAtBytes = nframes ? m : 0;
-  const size_t runsOffset = (frameAtOffset + frameAtBytes + alignof(Run) - 1) / alignof(Run) * alignof(Run);
-  void* scratch = renderAllocate(allocator, runsOffset + static_cast<size_t>(g.columns) * sizeof(Run));
+  const ScratchLayout layout = scratchLayout(m, g, nframes);
+  void* scratch = renderAllocate(allocator, layout.bytes);
 
   Streams st;
   z_seed(&st.sw, &st.sz, in.shuffleSeed);
   z_seed(&st.tw, &st.tz, in.timeSeed);
   z_seed(&st.mw, &st.mz, in.maskSeed);
+  const long long attempts = runAttempts(in, g, nframes, rec, n, scratch, st);
 
-  // Strength times block count passes 2^31 on large frames with 1-pixel
-  // blocks, so the attempt count is computed in 64 bits.
-  const long long weighted = static_cast<long long>(in.strength) * g.blocks;
-  const long long attempts = weighted >= 256 ? weighted >> 8 : 0;
-  if (attempts > 0) {
-    const ShuffleSetup s =
-        makeShuffleSetup(g.columns, g.rows, g.partialW != 0, g.partialH != 0, in.spread, in.direction);
-
-    Decisions d;
-    d.intensity = I;
-    d.thresholdRange = static_cast<uint32_t>(I) + 1;
-    // With exclusive mode and time frames, blocks only change time, not place.
-    d.swapping = !(in.exclusive != 0 && nframes != 0);
-    d.probability = in.probability;
-    d.choices = static_cast<uint32_t>(nframes) + 1;
-    const bool timing = in.probability != 0 && nframes != 0;
-    const bool flagging = !composite;  // with composite on every flag is 1 already
-    const unsigned long long count = static_cast<unsigned long long>(attempts);
-
-    // With intensity 0 every known mask type affects every pair and the mask
-    // values are never read; the mask stream of types 1 and 2 still moves
-    // two steps per attempt, which is taken at once at the end. An unknown
-    // type affects nothing, so only the stream positions change.
-    const bool knownType = in.maskType >= 0 && in.maskType <= 2;
-    if (!knownType) {
-      z_skip(&st.sw, &st.sz, 3 * count);
-    } else if (I == 0) {
-      if (!flagging && !timing) swapOnly(rec, static_cast<A_u_long*>(scratch), n, attempts, s, d, st);
-      else attemptLoopFor<-1>(flagging, timing, rec, attempts, s, d, st);
-      if (in.maskType != 0) z_skip(&st.mw, &st.mz, 2 * count);
-    } else if (in.maskType == 0) {
-      attemptLoopFor<0>(flagging, timing, rec, attempts, s, d, st);
-    } else if (in.maskType == 1) {
-      attemptLoopFor<1>(flagging, timing, rec, attempts, s, d, st);
-    } else {
-      attemptLoopFor<2>(flagging, timing, rec, attempts, s, d, st);
-    }
-    // Without time draws the time stream still ends four steps per attempt on.
-    if (!timing || !knownType) z_skip(&st.tw, &st.tz, 4 * count);
-  }
-
-  const int channel = in.channel;
-  // Source of frame k: entry 0 is the input, entries 1..nframes the time
-  // frames, each with its own stride in bytes.
-  BlockPass pass;
-  pass.sources[0] = in.inData;
-  pass.strides[0] = in.inRowbytes;
-  for (A_long k = 1; k <= nframes; ++k) {
-    pass.sources[k] = static_cast<const unsigned char*>(in.frames[k - 1]);
-    pass.strides[k] = static_cast<ptrdiff_t>(in.strides[k - 1]) * static_cast<ptrdiff_t>(sizeof(T));
-  }
-  pass.out = out;
-  pass.outRowbytes = in.outRowbytes;
-  pass.channel = channel;
-  pass.rec = rec;
-  pass.byColumns = makeDivisor(static_cast<uint32_t>(g.columns ? g.columns : 1));
-
-  const size_t frameBytes = rowBytes * static_cast<size_t>(g.height);
-  const bool streaming =
-      TESSELUX_AVX2 && composite && channel == 0 && scratch && cpuHasAvx2() &&
-      frameBytes >= (hooks && hooks->streamingMinBytes ? hooks->streamingMinBytes : kStreamingMinBytes);
-  const bool bandCopy = !streaming && composite && channel == 0 &&
-                        frameBytes >= (hooks && hooks->bandCopyMinBytes ? hooks->bandCopyMinBytes : kBandCopyMinBytes);
-
-  if (!composite) {
-    for (A_long y = 0; y < g.height; ++y) memset(out + y * in.outRowbytes, 0, rowBytes);
-  } else if (channel != 0) {
-    // The prefill only has to supply the three unchosen channels. With
-    // composite on every block is drawn and the drawn blocks tile the frame,
-    // so the chosen channel is overwritten everywhere by the block pass:
-    // copying whole rows gives the same result in one memcpy per row.
-    for (A_long y = 0; y < g.height; ++y)
-      memcpy(out + y * in.outRowbytes, in.inData + y * in.inRowbytes, rowBytes);
-  }
-
-  if (scratch) {
-    unsigned char* base = static_cast<unsigned char*>(scratch);
-    A_u_long* drawnAt = reinterpret_cast<A_u_long*>(base);
-    A_u_char* frameAt = nframes ? base + frameAtOffset : nullptr;
-    Run* runs = reinterpret_cast<Run*>(base + runsOffset);
-#if TESSELUX_AVX2
-    static_assert(sizeof(SourceRun) <= sizeof(Run) && alignof(SourceRun) <= alignof(Run), "runs share scratch");
-    if (streaming) blockPassStreamed<T>(g, pass, reinterpret_cast<SourceRun*>(runs));
-    else
-#endif
-      blockPassByRows<T>(g, pass, composite, bandCopy, drawnAt, frameAt, runs);
-    free(scratch);
-  } else {
-    blockPassByBlocks<T>(g, pass);
-  }
-
-  if (hooks && hooks->observe) {
-    KernelSnapshot s;
-    s.width = g.width;
-    s.height = g.height;
-    s.blockWidth = g.bw;
-    s.blockHeight = g.bh;
-    s.columns = g.columns;
-    s.rows = g.rows;
-    s.blocks = g.blocks;
-    s.attempts = attempts;
-    s.strength = in.strength;
-    s.spread = in.spread;
-    s.probability = in.probability;
-    s.nframes = nframes;
-    s.intensity = I;
-    s.shuffleW = st.sw;
-    s.shuffleZ = st.sz;
-    s.maskW = st.mw;
-    s.maskZ = st.mz;
-    s.timeW = st.tw;
-    s.timeZ = st.tz;
-    observeRecords(hooks, s, rec, n);
-  }
-
+  const BlockPass pass = makeBlockPass<T>(in, g, nframes, rec);
+  prefillOutput(in, g, rowBytes);
+  runBlockPass<T>(in, g, pass, nframes, scratch, layout, hooks);
+  if (hooks && hooks->observe) snapshotKernel(hooks, in, g, attempts, nframes, st, rec, n);
   free(rec);
 }
 

@@ -27,30 +27,24 @@ A_long elementStride(const PF_LayerDef* w) {
   return w->rowbytes >> shift;
 }
 
-}  // namespace
-
+// A zero time step samples the current frame every time: no layer is looked
+// at, every entry is the source itself.
 template <typename T>
-int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_LayerDef* const* layers,
-                      int sharedMode, T /*depthValue*/, const RenderAllocator* allocator) {
-  // The set is not zeroed by its owner. Clearing these first means that an
-  // early exit leaves nothing for CleanUpTimeFrames to free.
-  set->ownsCopies = 0;
-  set->count = 0;
-  set->missingCount = 0;
-  if (n > TIME_FRAMES_CAPACITY) n = TIME_FRAMES_CAPACITY;
-
-  if (sharedMode) {
-    // A zero time step samples the current frame every time: no layer is
-    // looked at, every entry is the source itself.
-    for (int i = 0; i < n; ++i) {
-      set->present[i] = 1;
-      set->frames[i] = source->data;
-      set->strides[i] = elementStride<T>(source);
-    }
-    set->count = n;
-    return n;
+int shareSourceFrame(TimeFrames* set, int n, const PF_LayerDef* source) {
+  for (int i = 0; i < n; ++i) {
+    set->present[i] = 1;
+    set->frames[i] = source->data;
+    set->strides[i] = elementStride<T>(source);
   }
+  set->count = n;
+  return n;
+}
 
+// Records which slots have a layer and points each present slot at the host's
+// pixels. Returns the number of missing slots, or -1 for a layer without
+// pixels (the caller then renders without time frames).
+template <typename T>
+int recordLayers(TimeFrames* set, int n, PF_LayerDef* const* layers) {
   int missing = 0;
   for (int i = 0; i < n; ++i) {
     const PF_LayerDef* layer = layers[i];
@@ -62,15 +56,14 @@ int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_Laye
     set->present[i] = 1;
     set->frames[i] = layer->data;
     set->strides[i] = elementStride<T>(layer);
-    if (!layer->data) return 0;  // a frame without pixels: render without time frames
+    if (!layer->data) return -1;
   }
-  set->missingCount = missing;
-  // The compaction below walks one slot past the last input slot; marking it
-  // absent keeps that walk on initialised entries.
-  if (n >= 0 && n < TIME_FRAMES_CAPACITY) set->present[n] = 0;
+  return missing;
+}
 
-  const WideRect src = worldRect(source);
-  WideRect u = src;
+// The rectangle covering the source and every present layer.
+WideRect unionRect(const TimeFrames* set, int n, const PF_LayerDef* source, PF_LayerDef* const* layers) {
+  WideRect u = worldRect(source);
   for (int i = 0; i < n; ++i) {
     if (!set->present[i]) continue;
     const WideRect r = worldRect(layers[i]);
@@ -79,33 +72,57 @@ int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_Laye
     if (r.right > u.right) u.right = r.right;
     if (r.bottom > u.bottom) u.bottom = r.bottom;
   }
-  bool needCopies = !sameRect(u, src);
-  for (int i = 0; i < n && !needCopies; ++i) {
-    if (set->present[i] && !sameRect(worldRect(layers[i]), u)) needCopies = true;
-  }
+  return u;
+}
 
-  if (!needCopies) {
-    // Every present layer has the source's rectangle: borrow the host's
-    // pixels and close up the gaps left by missing slots.
-    int absent = 0;
-    if (missing > 0 && n >= 0) {
-      int offset = 0;
-      for (int i = 0; i <= n && i < TIME_FRAMES_CAPACITY; ++i) {
-        if (set->present[i]) {
-          set->frames[i + offset] = set->frames[i];
-          set->strides[i + offset] = set->strides[i];
-        } else {
-          --offset;
-          if (i < n) ++absent;
-        }
+// Copies are needed unless the source and every present layer share one rectangle.
+bool needsCopies(const TimeFrames* set, int n, const WideRect& u, const WideRect& src,
+                 PF_LayerDef* const* layers) {
+  if (!sameRect(u, src)) return true;
+  for (int i = 0; i < n; ++i) {
+    if (set->present[i] && !sameRect(worldRect(layers[i]), u)) return true;
+  }
+  return false;
+}
+
+// Every present layer has the source's rectangle: borrow the host's pixels and
+// close up the gaps left by missing slots.
+int borrowLayers(TimeFrames* set, int n, int missing) {
+  int absent = 0;
+  if (missing > 0 && n >= 0) {
+    int offset = 0;
+    for (int i = 0; i <= n && i < TIME_FRAMES_CAPACITY; ++i) {
+      if (set->present[i]) {
+        set->frames[i + offset] = set->frames[i];
+        set->strides[i + offset] = set->strides[i];
+      } else {
+        --offset;
+        if (i < n) ++absent;
       }
     }
-    set->count = n - absent;
-    return set->count;
   }
+  set->count = n - absent;
+  return set->count;
+}
 
-  // Padded copies over the union rectangle, transparent black outside each
-  // frame's own rectangle.
+// One layer's rows into a zeroed copy laid out over the union rectangle.
+template <typename T>
+void copyIntoUnion(T* copy, long long copyStride, const PF_LayerDef* layer, const WideRect& u) {
+  const WideRect r = worldRect(layer);
+  const unsigned char* rowIn = static_cast<const unsigned char*>(static_cast<const void*>(layer->data));
+  const size_t rowBytesCopied = layer->width > 0 ? static_cast<size_t>(layer->width) * 4 * sizeof(T) : 0;
+  for (A_long row = 0; row < layer->height; ++row) {
+    // Offsets are computed in 64 bits: rows times rowbytes can exceed 2^31.
+    T* dst = copy + (r.top - u.top + row) * copyStride + 4 * (r.left - u.left);
+    memcpy(dst, rowIn + static_cast<ptrdiff_t>(row) * layer->rowbytes, rowBytesCopied);
+  }
+}
+
+// Padded copies over the union rectangle, transparent black outside each
+// frame's own rectangle.
+template <typename T>
+int makePaddedCopies(TimeFrames* set, int n, int missing, const WideRect& u, const WideRect& src,
+                     PF_LayerDef* const* layers, const RenderAllocator* allocator) {
   const long long unionW = u.right - u.left;
   const long long unionH = u.bottom - u.top;
   const long long copyStride = 4 * unionW;  // in elements
@@ -122,15 +139,7 @@ int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_Laye
     }
     memset(copy, 0, copyBytes);
     set->buffers[j] = copy;
-    const PF_LayerDef* layer = layers[i];
-    const WideRect r = worldRect(layer);
-    const unsigned char* rowIn = static_cast<const unsigned char*>(static_cast<const void*>(layer->data));
-    const size_t rowBytesCopied = layer->width > 0 ? static_cast<size_t>(layer->width) * 4 * sizeof(T) : 0;
-    for (A_long row = 0; row < layer->height; ++row) {
-      // Offsets are computed in 64 bits: rows times rowbytes can exceed 2^31.
-      T* dst = copy + (r.top - u.top + row) * copyStride + 4 * (r.left - u.left);
-      memcpy(dst, rowIn + static_cast<ptrdiff_t>(row) * layer->rowbytes, rowBytesCopied);
-    }
+    copyIntoUnion(copy, copyStride, layers[i], u);
     set->frames[j] = copy + (src.top - u.top) * copyStride + 4 * (src.left - u.left);
     set->strides[j] = static_cast<A_long>(copyStride);
     ++j;
@@ -138,6 +147,32 @@ int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_Laye
   set->ownsCopies = 1;
   set->count = n - missing;
   return set->count;
+}
+
+}  // namespace
+
+template <typename T>
+int PrepareTimeFrames(TimeFrames* set, int n, const PF_LayerDef* source, PF_LayerDef* const* layers,
+                      int sharedMode, T /*depthValue*/, const RenderAllocator* allocator) {
+  // The set is not zeroed by its owner. Clearing these first means that an
+  // early exit leaves nothing for CleanUpTimeFrames to free.
+  set->ownsCopies = 0;
+  set->count = 0;
+  set->missingCount = 0;
+  if (n > TIME_FRAMES_CAPACITY) n = TIME_FRAMES_CAPACITY;
+  if (sharedMode) return shareSourceFrame<T>(set, n, source);
+
+  const int missing = recordLayers<T>(set, n, layers);
+  if (missing < 0) return 0;  // a frame without pixels: render without time frames
+  set->missingCount = missing;
+  // The compaction walks one slot past the last input slot; marking it
+  // absent keeps that walk on initialised entries.
+  if (n >= 0 && n < TIME_FRAMES_CAPACITY) set->present[n] = 0;
+
+  const WideRect src = worldRect(source);
+  const WideRect u = unionRect(set, n, source, layers);
+  if (!needsCopies(set, n, u, src, layers)) return borrowLayers(set, n, missing);
+  return makePaddedCopies<T>(set, n, missing, u, src, layers, allocator);
 }
 
 void CleanUpTimeFrames(TimeFrames* set) {
