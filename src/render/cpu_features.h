@@ -18,6 +18,9 @@ inline bool cpuHasAvx2() {
   static const bool has = __builtin_cpu_supports("avx2");
   return has;
 }
+#else
+// Off x86 there is no AVX2 to find; the portable loops run.
+inline bool cpuHasAvx2() { return false; }
 #endif
 
 }  // namespace tesselux_kernel
