@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include "plugin_fixture.h"
 #include "tesselux_pipl_bytes.h"
 
@@ -49,7 +53,7 @@ std::vector<Property> decode(const unsigned char* data, size_t size, uint32_t& c
   return props;
 }
 
-std::string pascal(const Property& p) {
+std::string pascalText(const Property& p) {
   if (p.payload.empty()) return "<empty>";
   const size_t n = p.payload[0];
   // The property's length counts the padding; the length byte does not.
@@ -95,14 +99,32 @@ TEST_F(PluginTest, PiPLBytesMatchRegistrationAndGlobalSetup) {
   ASSERT_EQ(h.globalSetup(), PF_Err_NONE);
   const thost::Registration& r = h.registration();
   const PF_OutData& out = h.outData();
-  EXPECT_EQ(pascal(props[1]), r.name);
-  EXPECT_EQ(pascal(props[2]), r.category);
+  EXPECT_EQ(pascalText(props[1]), r.name);
+  EXPECT_EQ(pascalText(props[2]), r.category);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(props[3].payload.data())), r.entryPoint);
   EXPECT_EQ(le32(props[5].payload.data()),
             (uint32_t(r.apiVersion) << 16) | uint32_t(r.apiSubversion));
   EXPECT_EQ(le32(props[6].payload.data()), out.my_version);
   EXPECT_EQ(static_cast<A_long>(le32(props[8].payload.data())), out.out_flags);
   EXPECT_EQ(static_cast<A_long>(le32(props[9].payload.data())), out.out_flags2);
-  EXPECT_EQ(pascal(props[10]), r.matchName);
+  EXPECT_EQ(pascalText(props[10]), r.matchName);
   EXPECT_EQ(le32(props[11].payload.data()), static_cast<uint32_t>(r.reservedInfo));
 }
+
+#ifdef _WIN32
+// The resource windres put into Tesselux.aex, read back as After Effects reads
+// it: type "PiPL" (compared without case), id 16000, the same bytes.
+TEST(PiPLBytes, TheModuleCarriesTheGeneratedResource) {
+  HMODULE module = LoadLibraryExA(thost::Host::defaultPluginPath().c_str(), nullptr,
+                                  LOAD_LIBRARY_AS_DATAFILE);
+  ASSERT_NE(module, nullptr);
+  HRSRC found = FindResourceA(module, MAKEINTRESOURCEA(16000), "PiPL");
+  ASSERT_NE(found, nullptr);
+  const DWORD size = SizeofResource(module, found);
+  const auto* bytes = static_cast<const unsigned char*>(LockResource(LoadResource(module, found)));
+  ASSERT_NE(bytes, nullptr);
+  EXPECT_EQ(std::vector<unsigned char>(bytes, bytes + size),
+            std::vector<unsigned char>(kTesseluxPiPL, kTesseluxPiPL + sizeof kTesseluxPiPL));
+  FreeLibrary(module);
+}
+#endif
