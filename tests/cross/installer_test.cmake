@@ -24,13 +24,17 @@ set(key "HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Tesselux
 run(wine ${SETUP} /S)
 require("setup /S failed (${rc})" rc EQUAL 0)
 require("Tesselux.aex not installed in ${folder}" EXISTS "${folder}/Tesselux.aex")
+# One query lists every value of the key (each Wine start costs seconds).
+run(wine reg query ${key} /reg:64)
+require("the uninstall key is missing (${rc}): ${out}" rc EQUAL 0)
 foreach(value DisplayName DisplayVersion Publisher UninstallString QuietUninstallString)
-  run(wine reg query ${key} /v ${value} /reg:64)
-  require("${value} not registered (${rc}): ${out}" rc EQUAL 0)
+  string(REGEX MATCH "${value}[ \t]+REG_SZ[ \t]+[^\r\n]+" line "${out}")
+  require("${value} not registered: ${out}" line)
 endforeach()
-run(wine reg query ${key} /v DisplayVersion /reg:64)
-string(FIND "${out}" "${VERSION}" at)
-require("DisplayVersion is not ${VERSION}: ${out}" NOT at EQUAL -1)
+string(REGEX MATCH "DisplayVersion[ \t]+REG_SZ[ \t]+${VERSION}" line "${out}")
+require("DisplayVersion is not ${VERSION}: ${out}" line)
+string(REGEX MATCH "QuietUninstallString[ \t]+REG_SZ[^\r\n]+/S" line "${out}")
+require("QuietUninstallString does not pass /S: ${out}" line)
 
 # The installed module, loaded and rendered through the host.
 set(ENV{TESSELUX_PLUGIN} "${folder}/Tesselux.aex")
