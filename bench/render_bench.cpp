@@ -19,6 +19,9 @@
 
 #include <stdint.h>
 #include <stdlib.h>
+#ifdef _WIN32
+#include <malloc.h>
+#endif
 #include <string.h>
 #include <time.h>
 
@@ -37,8 +40,14 @@ namespace {
 struct Buffer {
   void* data = nullptr;
   size_t bytes = 0;
+#ifdef _WIN32
+  // The Windows C runtime has no aligned_alloc.
+  explicit Buffer(size_t n) : data(_aligned_malloc((n + 63) / 64 * 64, 64)), bytes(n) {}
+  ~Buffer() { _aligned_free(data); }
+#else
   explicit Buffer(size_t n) : data(aligned_alloc(64, (n + 63) / 64 * 64)), bytes(n) {}
   ~Buffer() { free(data); }
+#endif
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
 };

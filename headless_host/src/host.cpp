@@ -318,6 +318,7 @@ void Host::Impl::afterCommand(PF_Cmd cmd, void* extra, PF_Err err, bool threw) {
       addBreak("out_data->num_params is " + std::to_string(out.num_params) + " but the effect added " +
                std::to_string(live.size() - 1) + " parameters (plus the input layer)");
   }
+  if (cmd == PF_Cmd_GLOBAL_SETUP && !threw && err == PF_Err_NONE) checkPiPLFlags();
   takeSequenceData(cmd);
   if (cmd == PF_Cmd_EVENT && extra) lastEvent = *static_cast<PF_EventExtra*>(extra);
   if (cmd == PF_Cmd_SMART_PRE_RENDER) adoptPreRenderData();
@@ -387,6 +388,7 @@ A_Err Host::registerPlugin() {
   const std::string hostVersion =
       std::to_string(d.in.version.major) + "." + std::to_string(d.in.version.minor);
   auto done = [&d] {
+    d.checkPiPLRegistration();
     d.endOfCommandChecks();
     d.inCommand = false;
     d.context = "outside any command";

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "thost/host.h"
+#include "thost/pipl.h"
 #include "thost/render.h"
 
 namespace thost {
@@ -259,6 +260,11 @@ struct Host::Impl {
   void beforeCommand(PF_Cmd cmd, void* extra);
   void afterCommand(PF_Cmd cmd, void* extra, PF_Err err, bool threw);
   void endOfCommandChecks();
+  // The effect's PiPL against its registration and its global setup (pipl.cpp).
+  bool piplApplies(PiPLDescription& d);
+  void checkPiPLRegistration();
+  void checkPiPLFlags();
+  static std::string hex(uint32_t v);
   void takeSequenceData(PF_Cmd cmd);
   void reportLeaks();
   void disposeFlatCopy();

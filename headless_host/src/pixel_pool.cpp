@@ -1,4 +1,7 @@
 #include <cstdlib>
+#if defined(_WIN32)
+#include <malloc.h>
+#endif
 #include <iterator>
 #include <new>
 
@@ -23,7 +26,11 @@ void* newBlock(std::size_t bytes) {
   if (bytes < kHugeFrom) return ::operator new(bytes);
   const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
   if (rounded < bytes) throw std::bad_alloc();
+#if defined(_WIN32)
+  void* p = _aligned_malloc(rounded, kHugePage);  // the C runtime there has no aligned_alloc
+#else
   void* p = std::aligned_alloc(kHugePage, rounded);
+#endif
   if (!p) throw std::bad_alloc();
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
   (void)madvise(p, rounded, MADV_HUGEPAGE);  // advice: refused is fine
@@ -35,7 +42,11 @@ void deleteBlock(void* p, std::size_t bytes) noexcept {
   if (bytes < kHugeFrom)
     ::operator delete(p);
   else
+#if defined(_WIN32)
+    _aligned_free(p);
+#else
     std::free(p);
+#endif
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // The host's bookkeeping pieces: call log with failure injection, handle
 // store, suite registry, and the module loader.
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -227,35 +226,6 @@ std::map<SuiteRegistry::Key, int> SuiteRegistry::takeHeld() {
     if (n > 0) held[key] = n;
   held_.clear();
   return held;
-}
-
-// ---------------------------------------------------------------- PluginModule
-
-PluginModule::PluginModule(const std::string& path) : path_(path) {
-  handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!handle_) {
-    const char* why = dlerror();
-    throw std::runtime_error("cannot load plug-in module: " + std::string(why ? why : path));
-  }
-  auto resolve = [this](const char* name) {
-    dlerror();
-    void* sym = dlsym(handle_, name);
-    if (!sym) {
-      const char* why = dlerror();
-      const std::string text = why ? why : std::string(name) + ": symbol is null";
-      dlclose(handle_);
-      handle_ = nullptr;
-      throw std::runtime_error("plug-in module " + path_ + " lacks " + name + ": " + text);
-    }
-    return sym;
-  };
-  // The module exports plain C functions; dlsym hands them out as void*.
-  dataEntry_ = reinterpret_cast<PF_PluginDataEntryFunc>(resolve("PluginDataEntryFunction"));
-  effectMain_ = reinterpret_cast<PF_FilterProc>(resolve("EffectMain"));
-}
-
-PluginModule::~PluginModule() {
-  if (handle_) dlclose(handle_);
 }
 
 }  // namespace thost

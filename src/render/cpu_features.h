@@ -13,6 +13,8 @@
 
 namespace tesselux_kernel {
 
+// Declared on every platform so that a pass choice can ask without its own
+// #if; off x86 (the arm64 slice) the answer is always no.
 #if TESSELUX_AVX2
 inline bool cpuHasAvx2() {
   static const bool has = __builtin_cpu_supports("avx2");

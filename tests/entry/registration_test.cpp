@@ -78,7 +78,7 @@ std::string piplProperty(const std::string& text, const std::string& key) {
 }  // namespace
 
 TEST_F(PluginTest, ResourceDescriptionMatchesRegistrationAndGlobalSetup) {
-  const std::string pipl = readFile(std::string(TESSELUX_SOURCE_DIR) + "/resources/tesselux_pipl.r");
+  const std::string pipl = readFile(TESSELUX_PIPL_SOURCE);
   ASSERT_FALSE(pipl.empty());
 
   thost::Host& h = makeHost();

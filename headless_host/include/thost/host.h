@@ -135,22 +135,31 @@ struct AddedParam {
   std::string namesText;  // u.pd.u.namesptr, u.button_d.u.namesptr or u.bd.u.nameptr
 };
 
-// The dlopen'ed module, closed on destruction.
+// The loaded module (dlopen, or LoadLibrary on Windows), closed on destruction.
+// On Windows, as After Effects does there, the PiPL resource is read out of the
+// module and the effect's entry point is the one its code property names.
 class PluginModule {
  public:
-  explicit PluginModule(const std::string& path);  // throws std::runtime_error with dlerror()
+  explicit PluginModule(const std::string& path);  // throws std::runtime_error saying why
   ~PluginModule();
   PluginModule(const PluginModule&) = delete;
   PluginModule& operator=(const PluginModule&) = delete;
   PF_PluginDataEntryFunc dataEntry() const { return dataEntry_; }
   PF_FilterProc effectMain() const { return effectMain_; }
   const std::string& path() const { return path_; }
+  // The PiPL bytes the module carries (Windows), or the effect description the
+  // host was built with (elsewhere); empty when there is none.
+  const std::vector<uint8_t>& pipl() const { return pipl_; }
+  // True when pipl() came out of the module itself.
+  bool piplFromModule() const { return piplFromModule_; }
 
  private:
   std::string path_;
   void* handle_ = nullptr;
   PF_PluginDataEntryFunc dataEntry_ = nullptr;
   PF_FilterProc effectMain_ = nullptr;
+  std::vector<uint8_t> pipl_;
+  bool piplFromModule_ = false;
 };
 
 // A straight-alpha BGRA drawing surface for the Drawbot suites.
