@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include <tbb/global_control.h>
+#include <sys/stat.h>
 #include <tbb/parallel_pipeline.h>
 #include <unistd.h>
 
@@ -84,6 +85,7 @@ struct Settings {
   int crf = 18;
   int threads = 0;
   bool align = false, quiet = false, check = false;
+  std::optional<bool> overwrite;  // -y true, -n false, neither: ask on a terminal
   size_t cacheMb = 256;
   std::map<int, std::string> controlText;  // as typed, by control id
   std::map<int, bool> checkboxes;
@@ -107,6 +109,68 @@ void checkWritableFolder(const std::string& output) {
     throw MediaError(output + ": folder " + dir.string() + " does not exist");
   if (access(dir.c_str(), W_OK) != 0) throw MediaError(output + ": folder " + dir.string() + " is not writable");
   if (std::filesystem::is_directory(probe, ec)) throw MediaError(output + ": is a directory");
+}
+
+// The files an output of frames first..last writes, or an input reads.
+std::vector<std::string> filesOf(const std::string& path, int first, int last) {
+  if (mediaKind(path) == MediaKind::Null) return {};
+  if (mediaKind(path) != MediaKind::Sequence) return {path};
+  std::vector<std::string> names;
+  for (int k = first; k <= last; ++k) names.push_back(sequenceName(path, k));
+  return names;
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+  struct stat sa = {}, sb = {};
+  return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+         sa.st_ino == sb.st_ino;
+}
+
+// As ffmpeg asks: "y" or "Y" first on the answer line overwrites.
+bool askOverwrite(const std::string& name) {
+  std::fprintf(stderr, "File '%s' already exists. Overwrite? [y/N] ", name.c_str());
+  std::fflush(stderr);
+  char line[64] = {};
+  if (!std::fgets(line, sizeof line, stdin)) return false;
+  return line[0] == 'y' || line[0] == 'Y';
+}
+
+// Whether `file` is one the input `source` reads. A numbered sequence's
+// files are found by the numbers in the file's own name (a link to one of
+// them under an unrelated name is not recognised).
+bool readsFile(const std::string& source, const std::string& file) {
+  if (mediaKind(source) != MediaKind::Sequence) return sameFile(source, file);
+  const std::string name = std::filesystem::path(file).filename().string();
+  for (size_t i = 0; i < name.size();) {
+    if (name[i] < '0' || name[i] > '9') {
+      ++i;
+      continue;
+    }
+    size_t j = i;
+    while (j < name.size() && name[j] >= '0' && name[j] <= '9') ++j;
+    if (j - i <= 9 && sameFile(sequenceName(source, std::stol(name.substr(i, j - i))), file)) return true;
+    i = j;
+  }
+  return false;
+}
+
+// Refuses an output that is one of the inputs (whatever -y says), and one
+// that exists unless -y allows it or the user says so on a terminal.
+void checkOutputFree(const Settings& s, int first, int last) {
+  std::vector<std::string> existing;
+  for (const std::string& out : filesOf(s.output, first, last)) {
+    std::error_code ec;
+    if (std::filesystem::exists(out, ec)) existing.push_back(out);
+  }
+  for (const std::string& out : existing)
+    for (const std::string& in : {s.input, s.mask})
+      if (!in.empty() && readsFile(in, out))
+        throw MediaError(out + ": is an input (" + in + "); write the output elsewhere");
+  if (existing.empty() || s.overwrite == true) return;
+  const std::string& out = existing.front();
+  if (s.overwrite == false) throw MediaError(out + ": already exists; not overwriting (-n)");
+  if (isatty(0) && isatty(2) && askOverwrite(out)) return;
+  throw MediaError(out + ": already exists; -y (--overwrite) replaces it");
 }
 
 int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {
@@ -146,6 +210,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                          "); a video needs one size, write an image sequence instead"};
   }
   checkWritableFolder(s.output);
+  checkOutputFree(s, first, last);
 
   thost::RenderRequest base;
   base.depth = depth;
@@ -333,6 +398,10 @@ int runRender(const std::vector<std::string>& args) {
     app.add_option("--cache-mb", s.cacheMb, "decoded-frame cache size in MiB (default 256)")
         ->check(CLI::PositiveNumber);
     app.add_flag("-q,--quiet", s.quiet, "no progress line");
+    bool overwriteFlag = false;  // read below, in command-line order
+    app.add_flag("-y,--overwrite", overwriteFlag, "replace an existing output");
+    app.add_flag("-n,--no-overwrite", overwriteFlag,
+                 "never replace an existing output (the default off a terminal; on one, ask)");
     app.add_flag("--check", s.check, "guard bytes around every world, checked after each render");
     app.add_flag("--align", s.align, "press \"Align\" for the input's size before rendering");
     app.add_option("--mask", s.mask, "\"Mask Source\": a still, sequence or video")->group("Controls");
@@ -357,6 +426,12 @@ int runRender(const std::vector<std::string>& args) {
       return 0;
     } catch (const CLI::ParseError& e) {
       throw UsageError{e.what()};
+    }
+    // The last of -y and -n wins (CLI11 runs flags in the order they were declared).
+    for (const std::string& a : args) {
+      if (a == "--") break;
+      if (a == "-y" || a == "--overwrite") s.overwrite = true;
+      if (a == "-n" || a == "--no-overwrite") s.overwrite = false;
     }
     // Option values are checked before anything is read or written.
     for (const ControlOption& o : controls) {

@@ -1,0 +1,164 @@
+// What `tesselux render` refuses to overwrite, how it asks, and the messages
+// and warnings of its command line: each case is a user's command line run as
+// a child process on files made at test time.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "cli_test_support.h"
+#include "demo_clip.h"
+#include "io/media.h"
+
+namespace {
+
+using cli_test::Scratch;
+
+const std::string kCli = TESSELUX_CLI;
+
+cli_test::RunResult tesselux(const Scratch& s, std::vector<std::string> args) {
+  args.insert(args.begin(), "render");
+  args.push_back("--quiet");
+  return cli_test::run(kCli, args, s.path());
+}
+
+void writeStill(const std::string& path, int k = 0) {
+  cli::writeImage(path, cli::convert(cli::demoFrame(k, 32, 24, 8), cli::SampleType::U8));
+}
+
+void writeText(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+int lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
+
+bool says(const cli_test::RunResult& r, const std::string& what) { return r.err.find(what) != std::string::npos; }
+
+}  // namespace
+
+TEST(Overwrite, AnOutputThatIsTheInputIsRefusedEvenWithYes) {
+  Scratch s;
+  writeStill(s / "s.png");
+  const std::string before = cli_test::slurp(s / "s.png");
+  for (const std::vector<std::string>& extra : {std::vector<std::string>{}, {"-y"}}) {
+    std::vector<std::string> args{s / "s.png", "-o", s / "s.png"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    const auto r = tesselux(s, args);
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_EQ(lines(r.err), 1) << r.err;
+    EXPECT_TRUE(says(r, "is an input")) << r.err;
+  }
+  // The same file under another name (a hard link): told apart by device and inode.
+  ASSERT_EQ(link((s / "s.png").c_str(), (s / "link.png").c_str()), 0);
+  const auto linked = tesselux(s, {s / "s.png", "-o", s / "link.png", "-y"});
+  EXPECT_EQ(linked.status, 1) << linked.err;
+  EXPECT_TRUE(says(linked, "is an input")) << linked.err;
+  // A sequence written over itself.
+  for (int k = 0; k < 3; ++k) writeStill(cli::sequenceName(s / "f%02d.png", k), k);
+  const std::string frame1 = cli_test::slurp(s / "f01.png");
+  const auto seq = tesselux(s, {s / "f%02d.png", "-o", s / "f%02d.png", "-y"});
+  EXPECT_EQ(seq.status, 1) << seq.err;
+  EXPECT_TRUE(says(seq, "is an input")) << seq.err;
+  EXPECT_EQ(cli_test::slurp(s / "s.png"), before);
+  EXPECT_EQ(cli_test::slurp(s / "f01.png"), frame1);
+}
+
+TEST(Overwrite, AnExistingOutputNeedsYesAndTheLastOfYesAndNoWins) {
+  Scratch s;
+  writeStill(s / "in.png");
+  writeText(s / "o.png", "keep me");
+  const auto plain = tesselux(s, {s / "in.png", "-o", s / "o.png"});
+  EXPECT_EQ(plain.status, 1) << plain.err;
+  EXPECT_EQ(lines(plain.err), 1) << plain.err;
+  EXPECT_TRUE(says(plain, "already exists")) << plain.err;
+  EXPECT_TRUE(says(plain, "-y")) << plain.err;
+  const auto no = tesselux(s, {s / "in.png", "-o", s / "o.png", "-n"});
+  EXPECT_EQ(no.status, 1) << no.err;
+  EXPECT_TRUE(says(no, "not overwriting")) << no.err;
+  const auto yesThenNo = tesselux(s, {s / "in.png", "-o", s / "o.png", "-y", "--no-overwrite"});
+  EXPECT_EQ(yesThenNo.status, 1) << yesThenNo.err;
+  EXPECT_EQ(cli_test::slurp(s / "o.png"), "keep me");
+  const auto noThenYes = tesselux(s, {s / "in.png", "-o", s / "o.png", "-n", "--overwrite"});
+  EXPECT_EQ(noThenYes.status, 0) << noThenYes.err;
+  EXPECT_NE(cli_test::slurp(s / "o.png"), "keep me");
+  // One existing frame of a sequence output is enough to refuse.
+  writeText(s / "q01.png", "keep me too");
+  const auto seq = tesselux(s, {s / "in.png", "-o", s / "q%02d.png", "--frames", "0-0"});
+  EXPECT_EQ(seq.status, 0) << seq.err;  // frame 0 is q00.png, which is new
+  const auto seq1 = tesselux(s, {s / "f%02d.png", "-o", s / "q%02d.png"});
+  EXPECT_NE(seq1.status, 0);
+  EXPECT_EQ(cli_test::slurp(s / "q01.png"), "keep me too");
+}
+
+namespace {
+
+// Runs the command with a pseudo-terminal as stdin and stderr, answers
+// `answer` once the question shows, and returns the exit status and what the
+// terminal showed.
+std::pair<int, std::string> runOnTerminal(const std::vector<std::string>& args, const std::string& answer) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return {-1, "no pty"};
+  const std::string slaveName = ptsname(master);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    setsid();
+    const int slave = open(slaveName.c_str(), O_RDWR);
+    dup2(slave, 0);
+    dup2(slave, 2);
+    const int devnull = open("/dev/null", O_WRONLY);
+    dup2(devnull, 1);
+    std::vector<char*> argv{const_cast<char*>(kCli.c_str())};
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(kCli.c_str(), argv.data());
+    _exit(127);
+  }
+  std::string shown;
+  bool answered = false;
+  for (int i = 0; i < 6000; ++i) {  // up to 60 s
+    pollfd p{master, POLLIN, 0};
+    ssize_t n = 0;
+    char buf[256];
+    // Once the terminal has no other end, reads fail at once: wait instead.
+    if (poll(&p, 1, 10) > 0) n = read(master, buf, sizeof buf);
+    if (n > 0) shown.append(buf, static_cast<size_t>(n));
+    else usleep(10 * 1000);
+    if (!answered && shown.find("Overwrite? [y/N]") != std::string::npos) {
+      (void)!write(master, answer.data(), answer.size());
+      answered = true;
+    }
+    int status = 0;
+    if (waitpid(pid, &status, WNOHANG) == pid) {
+      close(master);
+      return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), shown};
+    }
+  }
+  int status = 0;
+  kill(pid, SIGKILL);
+  waitpid(pid, &status, 0);
+  close(master);
+  return {-2, shown};
+}
+
+}  // namespace
+
+TEST(Overwrite, OnATerminalTheCommandAsksAsFfmpegDoes) {
+  Scratch s;
+  writeStill(s / "in.png");
+  writeText(s / "o.png", "keep me");
+  const std::vector<std::string> args{"render", s / "in.png", "-o", s / "o.png", "--quiet"};
+  const auto [refused, shownNo] = runOnTerminal(args, "n\n");
+  EXPECT_EQ(refused, 1) << shownNo;
+  EXPECT_NE(shownNo.find("File '" + s / "o.png" + "' already exists. Overwrite? [y/N]"), std::string::npos)
+      << shownNo;
+  EXPECT_EQ(cli_test::slurp(s / "o.png"), "keep me");
+  const auto [replaced, shownYes] = runOnTerminal(args, "y\n");
+  EXPECT_EQ(replaced, 0) << shownYes;
+  EXPECT_NE(cli_test::slurp(s / "o.png"), "keep me");
+}
