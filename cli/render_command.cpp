@@ -11,7 +11,9 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <cmath>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <thread>
 
@@ -78,12 +80,44 @@ std::pair<long, long> parseRatio(const std::string& s, const std::string& option
   return {n, d};
 }
 
+// A whole number from 1 to `most` typed for `option`.
+long positiveCount(const std::string& text, const std::string& option, long most) {
+  long v = 0;
+  if (!parseInt(text, v)) throw UsageError{option + " " + text + ": needs a whole number"};
+  if (v < 1) throw UsageError{option + " must be at least 1"};
+  if (v > most) throw UsageError{option + " must be at most " + std::to_string(most)};
+  return v;
+}
+
+// A frame rate typed as N, N/D or a decimal. Decimals a hair under a whole
+// rate are the NTSC rates ffmpeg users mean (29.97 is 30000/1001); other
+// decimals are taken exactly (12.5 is 25/2).
+std::pair<long, long> parseRate(const std::string& text) {
+  if (text.find('.') == std::string::npos) return parseRatio(text, "--fps");
+  char* end = nullptr;
+  const double v = std::strtod(text.c_str(), &end);
+  if (*end != '\0' || !(v > 0) || v > 1e6) throw UsageError{"--fps " + text + ": needs N, N/D or a decimal above 0"};
+  const double ntsc = std::round(v * 1.001);
+  if (std::fabs(ntsc / 1.001 - v) < 0.0051 && std::fabs(ntsc - v) > 1e-9)
+    return {static_cast<long>(ntsc) * 1000, 1001};
+  long den = 1;
+  double num = v;
+  while (std::fabs(num - std::round(num)) > 1e-9 && den < 1000000) {
+    num *= 10;
+    den *= 10;
+  }
+  long n = std::lround(num);
+  const long g = std::gcd(n, den);
+  return {n / g, den / g};
+}
+
 struct Settings {
   std::string input, output, mask;
   std::string depth = "auto";
   std::string fps, frames, downsample, codec;
   int crf = 18;
   int threads = 0;
+  std::string threadsText, cacheText;  // as typed, checked by positiveCount
   bool align = false, quiet = false, check = false;
   std::optional<bool> overwrite;  // -y true, -n false, neither: ask on a terminal
   size_t cacheMb = 256;
@@ -182,7 +216,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     if (!s.fps.empty()) throw UsageError{"--fps: a video input keeps its own frame rate"};
     rate = *source->rate();
   } else if (!s.fps.empty()) {
-    auto [n, d] = parseRatio(s.fps, "--fps");
+    auto [n, d] = parseRate(s.fps);
     rate = Rate{static_cast<int>(n), static_cast<int>(d)};
   }
   const thost::Depth depth = parseDepth(s.depth, source->sampleType());
@@ -193,7 +227,8 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     long a = 0, b = 0;
     if (!parseInt(s.frames.substr(0, dash), a) || !parseInt(dash == std::string::npos ? s.frames.substr(0, dash) : s.frames.substr(dash + 1), b))
       throw UsageError{"--frames " + s.frames + ": needs A-B (0-based, inclusive)"};
-    if (a < 0 || b < a || b >= total)
+    if (b < a) throw UsageError{"--frames " + s.frames + ": A must not exceed B"};
+    if (a < 0 || b >= total)
       throw UsageError{"--frames " + s.frames + ": the input has frames 0-" + std::to_string(total - 1)};
     first = static_cast<int>(a);
     last = static_cast<int>(b);
@@ -252,7 +287,12 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   auto layer = std::make_shared<SourceClip>(std::move(source), cacheBytes);
   base.layer = layer;
   if (!s.mask.empty()) {
-    std::unique_ptr<FrameSource> maskSource = openSource(s.mask);
+    std::unique_ptr<FrameSource> maskSource;
+    try {
+      maskSource = openSource(s.mask);
+    } catch (const MediaError& e) {
+      throw MediaError(std::string("--mask: ") + e.what());
+    }
     maskSource->pixelPool = pool;
     base.mask = std::make_shared<SourceClip>(std::move(maskSource), cacheBytes / 4);
   }
@@ -390,13 +430,11 @@ int runRender(const std::vector<std::string>& args) {
     app.add_option("--depth", s.depth, "8, 16, 32 or auto (the input's sample type)")->default_str("auto");
     app.add_option("--fps", s.fps, "N or N/D for stills and sequences (default 30)");
     app.add_option("--frames", s.frames, "A-B: output frames A..B only (0-based, inclusive)");
-    app.add_option("--threads", s.threads, "frames rendered at once (default: all cores)")
-        ->check(CLI::PositiveNumber);
+    app.add_option("--threads", s.threadsText, "frames rendered at once (default: all cores)");
     app.add_option("--downsample", s.downsample, "N/D render scale (default 1/1)");
     app.add_option("--codec", s.codec, "video encoder (default by container: .mp4 libx264, .mov prores_ks, .mkv ffv1)");
     app.add_option("--crf", s.crf, "H.264/H.265 quality (default 18)")->check(CLI::Range(0, 51));
-    app.add_option("--cache-mb", s.cacheMb, "decoded-frame cache size in MiB (default 256)")
-        ->check(CLI::PositiveNumber);
+    app.add_option("--cache-mb", s.cacheText, "decoded-frame cache size in MiB (default 256)");
     app.add_flag("-q,--quiet", s.quiet, "no progress line");
     bool overwriteFlag = false;  // read below, in command-line order
     app.add_flag("-y,--overwrite", overwriteFlag, "replace an existing output");
@@ -427,6 +465,12 @@ int runRender(const std::vector<std::string>& args) {
     } catch (const CLI::ParseError& e) {
       throw UsageError{e.what()};
     }
+    if (!s.threadsText.empty()) s.threads = static_cast<int>(positiveCount(s.threadsText, "--threads", 1 << 16));
+    if (!s.cacheText.empty()) s.cacheMb = static_cast<size_t>(positiveCount(s.cacheText, "--cache-mb", 1 << 24));
+    const unsigned cores = std::thread::hardware_concurrency();
+    if (cores > 0 && s.threads > static_cast<int>(cores))
+      std::fprintf(stderr, "tesselux render: warning: --threads %d is more than the %u cores of this machine\n",
+                   s.threads, cores);
     // The last of -y and -n wins (CLI11 runs flags in the order they were declared).
     for (const std::string& a : args) {
       if (a == "--") break;

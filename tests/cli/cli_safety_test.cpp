@@ -162,3 +162,48 @@ TEST(Overwrite, OnATerminalTheCommandAsksAsFfmpegDoes) {
   EXPECT_EQ(replaced, 0) << shownYes;
   EXPECT_NE(cli_test::slurp(s / "o.png"), "keep me");
 }
+
+namespace {
+
+// A refusal: the status, one line, naming `what`, and no output written.
+void expectRefused(const Scratch& s, const std::vector<std::string>& args, int status, const std::string& what) {
+  const auto r = tesselux(s, args);
+  EXPECT_EQ(r.status, status) << r.err;
+  EXPECT_EQ(lines(r.err), 1) << r.err;
+  EXPECT_TRUE(says(r, what)) << "wanted: " << what << "\ngot: " << r.err;
+  EXPECT_FALSE(std::filesystem::exists(s / "o.png"));
+}
+
+}  // namespace
+
+TEST(OptionMessages, CountsFramesAndMaskSayWhatIsWrong) {
+  Scratch s;
+  writeStill(s / "in.png");
+  for (int k = 0; k < 3; ++k) writeStill(cli::sequenceName(s / "f%02d.png", k), k);
+  const std::string in = s / "in.png", o = s / "o.png";
+  expectRefused(s, {in, "-o", o, "--threads", "0"}, 2, "--threads must be at least 1");
+  expectRefused(s, {in, "-o", o, "--cache-mb", "0"}, 2, "--cache-mb must be at least 1");
+  expectRefused(s, {in, "-o", o, "--threads", "abc"}, 2, "--threads abc: needs a whole number");
+  expectRefused(s, {s / "f%02d.png", "-o", s / "o%02d.png", "--frames", "10-5"}, 2,
+                "--frames 10-5: A must not exceed B");
+  expectRefused(s, {in, "-o", o, "--mask", s / "nope.mp4"}, 1, "--mask: ");
+  const auto many = tesselux(s, {in, "-o", o, "--threads", "1000"});
+  EXPECT_EQ(many.status, 0) << many.err;
+  EXPECT_TRUE(says(many, "warning: --threads 1000 is more than the")) << many.err;
+}
+
+TEST(OptionMessages, DecimalFrameRatesAreTheNtscRationals) {
+  Scratch s;
+  for (int k = 0; k < 3; ++k) writeStill(cli::sequenceName(s / "f%02d.png", k), k);
+  const std::pair<std::string, cli::Rate> cases[] = {
+      {"29.97", {30000, 1001}}, {"23.976", {24000, 1001}}, {"59.94", {60000, 1001}}, {"12.5", {25, 2}}};
+  for (const auto& [text, want] : cases) {
+    const std::string out = s / ("r" + text + ".mp4");
+    const auto r = tesselux(s, {s / "f%02d.png", "-o", out, "--fps", text});
+    ASSERT_EQ(r.status, 0) << text << ": " << r.err;
+    const auto rate = cli::openSource(out)->rate();
+    ASSERT_TRUE(rate.has_value()) << text;
+    EXPECT_EQ(rate->num, want.num) << text;
+    EXPECT_EQ(rate->den, want.den) << text;
+  }
+}
