@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -29,30 +30,41 @@ namespace cli {
 
 namespace {
 
-// Set by SIGINT/SIGTERM; a signal handler can reach nothing but a flag like this.
-std::atomic<bool> interruptFlag{false};
-extern "C" void onInterrupt(int) { interruptFlag.store(true); }
+// The signal that asked the render to stop (SIGINT, SIGTERM or SIGHUP), 0
+// for none; a signal handler can reach nothing but a flag like this.
+std::atomic<int> interruptFlag{0};
+extern "C" void onInterrupt(int sig) { interruptFlag.store(sig); }
 
 struct Interrupted {};
 
-// Restores the previous handlers when the render ends.
+// Catches the signals that end a render, so that it stops and removes what it
+// wrote, and restores the previous handlers when the render ends. A file size
+// limit (SIGXFSZ) is ignored instead: the write then fails with EFBIG and the
+// render ends with that error, cleaning up the same way.
 class InterruptGuard {
  public:
   InterruptGuard() {
-    interruptFlag.store(false);
+    interruptFlag.store(0);
     struct sigaction sa = {};
     sa.sa_handler = onInterrupt;
     sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, &oldInt_);
-    sigaction(SIGTERM, &sa, &oldTerm_);
+    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &sa, &old_[i]);
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    sigemptyset(&ignore.sa_mask);
+    sigaction(SIGXFSZ, &ignore, &oldXfsz_);
   }
   ~InterruptGuard() {
-    sigaction(SIGINT, &oldInt_, nullptr);
-    sigaction(SIGTERM, &oldTerm_, nullptr);
+    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &old_[i], nullptr);
+    sigaction(SIGXFSZ, &oldXfsz_, nullptr);
   }
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
 
  private:
-  struct sigaction oldInt_ = {}, oldTerm_ = {};
+  static constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
+  std::array<struct sigaction, 3> old_ = {};
+  struct sigaction oldXfsz_ = {};
 };
 
 std::optional<std::string> prescan(const std::vector<std::string>& args, const std::string& name) {
@@ -331,7 +343,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   const SampleType outType = sink->sampleType();
 
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
-  if (interruptFlag.load()) throw Interrupted{};
+  if (interruptFlag.load() != 0) throw Interrupted{};
   Progress progress(count, !s.quiet && stderrIsTerminal());
   std::vector<std::string> breaks;
   int next = first;
@@ -348,7 +360,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
       tokens,
       tbb::make_filter<void, int>(tbb::filter_mode::serial_in_order,
                                   [&](tbb::flow_control& fc) -> int {
-                                    if (next > last || interruptFlag.load()) {
+                                    if (next > last || interruptFlag.load() != 0) {
                                       fc.stop();
                                       return 0;
                                     }
@@ -380,13 +392,13 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                                                             std::make_shared<Picture>(fromHost(r.output, outType))};
                                           }) &
           tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
-            if (interruptFlag.load()) return;
+            if (interruptFlag.load() != 0) return;
             if (r.prepared) sink->writePrepared(*r.prepared);
             else if (r.image) sink->writeHost(*r.image);
             else if (r.picture) sink->write(*r.picture);
             progress.tick();
           }));
-  if (interruptFlag.load()) throw Interrupted{};
+  if (interruptFlag.load() != 0) throw Interrupted{};
   sink->commit();
   return 0;
 }
@@ -488,7 +500,7 @@ int runRender(const std::vector<std::string>& args) {
     return 2;
   } catch (const Interrupted&) {
     std::fprintf(stderr, "tesselux render: interrupted; nothing written\n");
-    return 130;
+    return 128 + interruptFlag.load();  // as the shell reports the signal: 130, 143, 129
   } catch (const std::exception& e) {
     std::fprintf(stderr, "tesselux render: %s\n", e.what());
     return 1;

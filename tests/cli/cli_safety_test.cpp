@@ -5,6 +5,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -206,4 +208,55 @@ TEST(OptionMessages, DecimalFrameRatesAreTheNtscRationals) {
     EXPECT_EQ(rate->num, want.num) << text;
     EXPECT_EQ(rate->den, want.den) << text;
   }
+}
+
+namespace {
+
+void writeSequence(const std::string& pattern, int frames, int w, int h) {
+  for (int k = 0; k < frames; ++k)
+    cli::writeImage(cli::sequenceName(pattern, k),
+                    cli::convert(cli::demoFrame(k, w, h, frames), cli::SampleType::U8));
+}
+
+}  // namespace
+
+TEST(Signals, HangupAndTerminateLeaveNothingAndExitAsTheShellReportsThem) {
+  Scratch s;
+  std::filesystem::create_directory(s / "out");
+  // Many small frames: the render must still be running when the signal comes.
+  writeSequence(s / "in%03d.png", 200, 160, 120);
+  for (const auto& [sig, status] : {std::pair<int, int>{SIGTERM, 143}, {SIGHUP, 129}}) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      setsid();  // no terminal of the test's own to hang up
+      const int devnull = open("/dev/null", O_WRONLY);
+      dup2(devnull, 2);
+      execl(kCli.c_str(), kCli.c_str(), "render", (s / "in%03d.png").c_str(), "-o", (s / "out/%03d.png").c_str(),
+            "--threads", "1", "--time-frames", "16", "--quiet", static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    for (int i = 0; i < 4000 && s.list("out").empty(); ++i) usleep(5 * 1000);
+    EXPECT_FALSE(s.list("out").empty()) << "the render wrote nothing within 20 s";
+    kill(pid, sig);
+    int st = 0;
+    waitpid(pid, &st, 0);
+    ASSERT_TRUE(WIFEXITED(st)) << "killed by signal " << WTERMSIG(st);
+    EXPECT_EQ(WEXITSTATUS(st), status) << "signal " << sig;
+    EXPECT_TRUE(s.list("out").empty()) << "signal " << sig;
+  }
+}
+
+TEST(Signals, AFileSizeLimitEndsWithOneErrorLineAndLeavesNothing) {
+  Scratch s;
+  std::filesystem::create_directory(s / "out");
+  writeSequence(s / "in%02d.png", 40, 320, 240);
+  // (ulimit -f 500; tesselux render ...): 500 blocks, far less than the output.
+  const std::string command = "ulimit -f 500; exec '" + kCli + "' render '" + s / "in%02d.png" + "' -o '" +
+                              s / "out/o.mkv" + "' --quiet 2>'" + s / "err.txt" + "'";
+  const int st = cli_test::shell(command);
+  ASSERT_TRUE(WIFEXITED(st)) << "killed by signal " << WTERMSIG(st);
+  EXPECT_EQ(WEXITSTATUS(st), 1);
+  const std::string err = cli_test::slurp(s / "err.txt");
+  EXPECT_EQ(lines(err), 1) << err;
+  EXPECT_TRUE(s.list("out").empty());
 }
