@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
@@ -121,6 +122,68 @@ std::pair<long, long> parseRate(const std::string& text) {
   long n = std::lround(num);
   const long g = std::gcd(n, den);
   return {n / g, den / g};
+}
+
+// Edit distance, for suggesting the option a user meant.
+size_t editDistance(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diag = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t up = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diag + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diag = up;
+    }
+  }
+  return row[b.size()];
+}
+
+// The first argument that names no option, with the nearest option name if
+// one is close: CLI11 lists the extras in reverse and suggests nothing.
+std::string unknownOptionMessage(const CLI::App& app, const std::vector<std::string>& args) {
+  std::vector<std::string> names;
+  for (const CLI::Option* o : app.get_options()) {
+    for (const std::string& l : o->get_lnames()) names.push_back("--" + l);
+    for (const std::string& sn : o->get_snames()) names.push_back("-" + sn);
+  }
+  for (const std::string& a : args) {
+    if (a.size() < 2 || a[0] != '-') continue;
+    const std::string name = a.substr(0, a.find('='));
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    std::string best;
+    size_t bestDistance = std::max<size_t>(2, name.size() / 4) + 1;
+    for (const std::string& n : names) {
+      const size_t d = editDistance(name, n);
+      if (d < bestDistance) {
+        bestDistance = d;
+        best = n;
+      }
+    }
+    return "unknown option " + name + (best.empty() ? "" : "; did you mean " + best + "?");
+  }
+  return "";
+}
+
+// Checkboxes as the help shows them: `--X on|off` and `--X=on|off` become
+// `--X` and `--no-X` before parsing.
+std::vector<std::string> spellCheckboxes(const std::vector<std::string>& args,
+                                         const std::vector<ControlOption>& controls) {
+  std::vector<std::string> out;
+  for (size_t i = 0; i < args.size(); ++i) {
+    std::string a = args[i];
+    for (const ControlOption& o : controls) {
+      if (o.kind != ControlOption::Kind::Checkbox) continue;
+      const std::string flag = "--" + o.option;
+      std::string value;
+      if (a == flag && i + 1 < args.size() && (args[i + 1] == "on" || args[i + 1] == "off")) value = args[++i];
+      if (a == flag + "=on" || a == flag + "=off") value = a.substr(flag.size() + 1);
+      if (!value.empty()) a = value == "on" ? flag : "--no-" + o.option;
+    }
+    out.push_back(a);
+  }
+  return out;
 }
 
 struct Settings {
@@ -467,15 +530,28 @@ int runRender(const std::vector<std::string>& args) {
             ->group("Controls");
       }
     }
+    const std::vector<std::string> spelled = spellCheckboxes(args, controls);
     std::vector<const char*> argv{"tesselux render"};
-    for (const std::string& a : args) argv.push_back(a.c_str());
+    for (const std::string& a : spelled) argv.push_back(a.c_str());
     try {
       app.parse(static_cast<int>(argv.size()), argv.data());
     } catch (const CLI::CallForHelp&) {
       std::printf("%s", app.help().c_str());
       return 0;
+    } catch (const CLI::ExtrasError& e) {
+      const std::string unknown = unknownOptionMessage(app, spelled);
+      throw UsageError{unknown.empty() ? std::string(e.what()) : unknown};
     } catch (const CLI::ParseError& e) {
       throw UsageError{e.what()};
+    }
+    // The last of --X and --no-X wins (CLI11 runs flags in the order they were declared).
+    for (const std::string& a : spelled) {
+      if (a == "--") break;
+      for (const ControlOption& o : controls) {
+        if (o.kind != ControlOption::Kind::Checkbox) continue;
+        if (a == "--" + o.option) s.checkboxes[o.id] = true;
+        if (a == "--no-" + o.option) s.checkboxes[o.id] = false;
+      }
     }
     if (!s.threadsText.empty()) s.threads = static_cast<int>(positiveCount(s.threadsText, "--threads", 1 << 16));
     if (!s.cacheText.empty()) s.cacheMb = static_cast<size_t>(positiveCount(s.cacheText, "--cache-mb", 1 << 24));

@@ -260,3 +260,31 @@ TEST(Signals, AFileSizeLimitEndsWithOneErrorLineAndLeavesNothing) {
   EXPECT_EQ(lines(err), 1) << err;
   EXPECT_TRUE(s.list("out").empty());
 }
+
+TEST(OptionMessages, AMisspeltOptionIsNamedWithTheNearestOne) {
+  Scratch s;
+  writeStill(s / "in.png");
+  expectRefused(s, {s / "in.png", "-o", s / "o.png", "--strengh", "0.5"}, 2,
+                "unknown option --strengh; did you mean --strength?");
+  expectRefused(s, {s / "in.png", "-o", s / "o.png", "--frobnicate"}, 2, "unknown option --frobnicate\n");
+}
+
+TEST(OptionMessages, CheckboxesTakeOnAndOffAndTheLastOneGivenWins) {
+  Scratch s;
+  cli::writeImage(s / "in.png", cli::convert(cli::demoFrame(3, 96, 64, 8), cli::SampleType::U8));
+  auto renderWith = [&](const std::string& name, std::vector<std::string> extra) {
+    std::vector<std::string> args{s / "in.png", "-o", s / name};
+    args.insert(args.end(), extra.begin(), extra.end());
+    const auto r = tesselux(s, args);
+    EXPECT_EQ(r.status, 0) << name << ": " << r.err;
+    return cli_test::slurp(s / name);
+  };
+  const std::string off = renderWith("off.png", {"--no-composite"});
+  const std::string on = renderWith("on.png", {"--composite"});
+  ASSERT_NE(off, on) << "the checkbox must change this picture for the test to mean anything";
+  EXPECT_EQ(renderWith("a.png", {"--composite", "off"}), off);
+  EXPECT_EQ(renderWith("b.png", {"--composite=off"}), off);
+  EXPECT_EQ(renderWith("c.png", {"--composite", "on"}), on);
+  EXPECT_EQ(renderWith("d.png", {"--no-composite", "--composite"}), on);
+  EXPECT_EQ(renderWith("e.png", {"--composite", "--no-composite"}), off);
+}
