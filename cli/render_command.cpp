@@ -282,6 +282,62 @@ void checkOutputFree(const Settings& s, int first, int last) {
   throw MediaError(out + ": already exists; -y (--overwrite) replaces it");
 }
 
+// The control ids the effect registers, of the controls whose options can be
+// pointless under other settings.
+enum ControlId {
+  ID_TIME_FRAMES = 9,
+  ID_TIME_PROBABILITY = 10,
+  ID_STEPPING_UNIT = 11,
+  ID_TIME_STEP_SECONDS = 12,
+  ID_TIME_STEP_FRAMES = 13,
+  ID_EXCLUSIVE_MODE = 16,
+  ID_MASK_INTENSITY = 20,
+};
+
+// A control's value for this render: as given, else the control's default.
+double controlValue(const std::vector<ControlOption>& controls, const thost::ControlValues& given, int id) {
+  auto it = given.find(id);
+  if (it != given.end()) return it->second;
+  for (const ControlOption& o : controls) {
+    if (o.id != id) continue;
+    const PF_ParamDef& d = o.param->def;
+    switch (o.kind) {
+      case ControlOption::Kind::Fixed: return d.u.fd.dephault / 65536.0;
+      case ControlOption::Kind::Float: return d.u.fs_d.dephault;
+      case ControlOption::Kind::Popup: return d.u.pd.dephault;
+      case ControlOption::Kind::Checkbox: return d.u.bd.dephault;
+    }
+  }
+  return 0;
+}
+
+// One line for each option given that the other settings make pointless.
+void warnIneffective(const std::vector<ControlOption>& controls, const Settings& s,
+                     const thost::ControlValues& given) {
+  auto optionOf = [&](int id) {
+    for (const ControlOption& o : controls)
+      if (o.id == id) return "--" + o.option;
+    return std::string();
+  };
+  auto isGiven = [&](int id) { return s.controlText.count(id) > 0 || s.checkboxes.count(id) > 0; };
+  auto warn = [](const std::string& option, const std::string& why) {
+    std::fprintf(stderr, "tesselux render: warning: %s has no effect while %s\n", option.c_str(), why.c_str());
+  };
+  if (!s.mask.empty() && controlValue(controls, given, ID_MASK_INTENSITY) == 0)
+    warn("--mask", "\"Intensity\" (" + optionOf(ID_MASK_INTENSITY) + ") is 0");
+  // "Frames" rounds to the nearest count.
+  if (controlValue(controls, given, ID_TIME_FRAMES) < 0.5) {
+    for (int id = ID_TIME_PROBABILITY; id <= ID_EXCLUSIVE_MODE; ++id)
+      if (isGiven(id)) warn(optionOf(id), "\"Frames\" (" + optionOf(ID_TIME_FRAMES) + ") is 0");
+    return;
+  }
+  const bool frames = controlValue(controls, given, ID_STEPPING_UNIT) == 2;
+  const int unused = frames ? ID_TIME_STEP_SECONDS : ID_TIME_STEP_FRAMES;
+  if (isGiven(unused))
+    warn(optionOf(unused), "\"Stepping Unit\" (" + optionOf(ID_STEPPING_UNIT) + ") is " +
+                               (frames ? "frame" : "second"));
+}
+
 int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {
   auto source = openSource(s.input);
   const int total = source->frameCount();
@@ -372,6 +428,8 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     base.mask = std::make_shared<SourceClip>(std::move(maskSource), cacheBytes / 4);
   }
 
+  // Warnings once the inputs have opened, so that a refusal stays one line.
+  warnIneffective(controls, s, base.controls);
   if (s.align) {
     auto valueOf = [&](int id) {
       auto it = base.controls.find(id);

@@ -288,3 +288,29 @@ TEST(OptionMessages, CheckboxesTakeOnAndOffAndTheLastOneGivenWins) {
   EXPECT_EQ(renderWith("d.png", {"--no-composite", "--composite"}), on);
   EXPECT_EQ(renderWith("e.png", {"--composite", "--no-composite"}), off);
 }
+
+TEST(OptionMessages, OptionsWithoutEffectUnderTheOtherSettingsWarn) {
+  Scratch s;
+  writeStill(s / "in.png");
+  writeStill(s / "m.png", 5);
+  int n = 0;
+  auto renderWith = [&](std::vector<std::string> extra) {
+    std::vector<std::string> args{s / "in.png", "-o", s / ("o" + std::to_string(n++) + ".png")};
+    args.insert(args.end(), extra.begin(), extra.end());
+    const auto r = tesselux(s, args);
+    EXPECT_EQ(r.status, 0) << r.err;
+    return r.err;
+  };
+  EXPECT_EQ(renderWith({"--mask", s / "m.png"}),
+            "tesselux render: warning: --mask has no effect while \"Intensity\" (--mask-intensity) is 0\n");
+  EXPECT_EQ(renderWith({"--time-step-seconds", "0.5", "--exclusive"}),
+            "tesselux render: warning: --time-step-seconds has no effect while \"Frames\" (--time-frames) is 0\n"
+            "tesselux render: warning: --exclusive has no effect while \"Frames\" (--time-frames) is 0\n");
+  EXPECT_EQ(renderWith({"--time-frames", "2", "--time-step-frames", "3"}),
+            "tesselux render: warning: --time-step-frames has no effect while \"Stepping Unit\" "
+            "(--stepping-unit) is second\n");
+  // Settings where every option counts say nothing.
+  EXPECT_EQ(renderWith({"--time-frames", "2", "--stepping-unit", "frame", "--time-step-frames", "3", "--mask",
+                        s / "m.png", "--mask-intensity", "50"}),
+            "");
+}
