@@ -314,3 +314,18 @@ TEST(OptionMessages, OptionsWithoutEffectUnderTheOtherSettingsWarn) {
                         s / "m.png", "--mask-intensity", "50"}),
             "");
 }
+
+TEST(OptionMessages, ADecimalSeedIsRoundedNotTruncated) {
+  Scratch s;
+  cli::writeImage(s / "in.png", cli::convert(cli::demoFrame(3, 96, 64, 8), cli::SampleType::U8));
+  auto renderWith = [&](const std::string& seed) {
+    const std::string out = s / ("seed" + seed + ".png");
+    const auto r = tesselux(s, {s / "in.png", "-o", out, "--seed", seed, "--strength", "1"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return cli_test::slurp(out);
+  };
+  const std::string one = renderWith("1"), two = renderWith("2");
+  ASSERT_NE(one, two);
+  EXPECT_EQ(renderWith("1.6"), two);
+  EXPECT_EQ(renderWith("1.4"), one);
+}
