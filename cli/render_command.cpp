@@ -312,16 +312,17 @@ double controlValue(const std::vector<ControlOption>& controls, const thost::Con
 }
 
 // One line for each option given that the other settings make pointless.
-void warnIneffective(const std::vector<ControlOption>& controls, const Settings& s,
-                     const thost::ControlValues& given) {
+std::vector<std::string> ineffectiveOptions(const std::vector<ControlOption>& controls, const Settings& s,
+                                            const thost::ControlValues& given) {
+  std::vector<std::string> lines;
   auto optionOf = [&](int id) {
     for (const ControlOption& o : controls)
       if (o.id == id) return "--" + o.option;
     return std::string();
   };
   auto isGiven = [&](int id) { return s.controlText.count(id) > 0 || s.checkboxes.count(id) > 0; };
-  auto warn = [](const std::string& option, const std::string& why) {
-    std::fprintf(stderr, "tesselux render: warning: %s has no effect while %s\n", option.c_str(), why.c_str());
+  auto warn = [&lines](const std::string& option, const std::string& why) {
+    lines.push_back("tesselux render: warning: " + option + " has no effect while " + why + "\n");
   };
   if (!s.mask.empty() && controlValue(controls, given, ID_MASK_INTENSITY) == 0)
     warn("--mask", "\"Intensity\" (" + optionOf(ID_MASK_INTENSITY) + ") is 0");
@@ -329,13 +330,14 @@ void warnIneffective(const std::vector<ControlOption>& controls, const Settings&
   if (controlValue(controls, given, ID_TIME_FRAMES) < 0.5) {
     for (int id = ID_TIME_PROBABILITY; id <= ID_EXCLUSIVE_MODE; ++id)
       if (isGiven(id)) warn(optionOf(id), "\"Frames\" (" + optionOf(ID_TIME_FRAMES) + ") is 0");
-    return;
+    return lines;
   }
   const bool frames = controlValue(controls, given, ID_STEPPING_UNIT) == 2;
   const int unused = frames ? ID_TIME_STEP_SECONDS : ID_TIME_STEP_FRAMES;
   if (isGiven(unused))
     warn(optionOf(unused), "\"Stepping Unit\" (" + optionOf(ID_STEPPING_UNIT) + ") is " +
                                (frames ? "frame" : "second"));
+  return lines;
 }
 
 int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {
@@ -428,8 +430,8 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     base.mask = std::make_shared<SourceClip>(std::move(maskSource), cacheBytes / 4);
   }
 
-  // Warnings once the inputs have opened, so that a refusal stays one line.
-  warnIneffective(controls, s, base.controls);
+  // Printed once the render has succeeded, so that a failure stays one line.
+  const std::vector<std::string> warnings = ineffectiveOptions(controls, s, base.controls);
   if (s.align) {
     auto valueOf = [&](int id) {
       auto it = base.controls.find(id);
@@ -521,6 +523,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
           }));
   if (interruptFlag.load() != 0) throw Interrupted{};
   sink->commit();
+  for (const std::string& w : warnings) std::fputs(w.c_str(), stderr);
   return 0;
 }
 
