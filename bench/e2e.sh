@@ -41,7 +41,7 @@ smaller() { awk -v t="$1" -v b="$2" 'BEGIN { if (b == "" || t < b) print t; else
 # the ratios of each round are printed too, with their median. Every other
 # round runs each pair the other way round: on the virtual machines measured,
 # the second command of a pair ran a few per cent faster than the first.
-runA() { timed "$tesselux" render "$input" -o "$work/a.mp4" --quiet; }
+runA() { timed "$tesselux" render "$input" -o "$work/a.mp4" -y --quiet; }
 runB() { timed ffmpeg -v error -y -i "$input" -c:v libx264 -crf 18 -pix_fmt yuv420p "$work/b.mp4"; }
 runC() { timed "$tesselux" render "$input" -o null: --quiet; }
 runD() { timed ffmpeg -v error -y -i "$input" -f null -; }

@@ -171,6 +171,9 @@ double parseControlValue(const ControlOption& o, const std::string& text) {
     case ControlOption::Kind::Fixed: {
       double v = 0;
       if (!parseNumber(text, v)) throw notNumber();
+      // Seeds are whole numbers, which the effect takes by truncation: a typed
+      // decimal is rounded to the nearest, halves away from zero, instead.
+      if (o.id == 7 || o.id == 15 || o.id == 22) v = std::round(v);
       const double units = toFixedUnits(v);
       if (units < d.u.fd.valid_min || units > d.u.fd.valid_max) throw refuse();
       return v;

@@ -102,15 +102,16 @@ int runDemo(const std::vector<std::string>& args) {
     const std::string mask = (fs::path(dir) / "mask.mp4").string();
     const std::string output = (fs::path(dir) / "output.mp4").string();
     const std::string sheet = (fs::path(dir) / "contact_sheet.png").string();
-    std::fprintf(stderr, "tesselux demo: generating the input clip and the mask\n");
+    if (!quiet) std::fprintf(stderr, "tesselux demo: generating the input clip and the mask\n");
     writeClip(input, demoFrame);
     writeClip(mask, demoMaskFrame);
-    std::vector<std::string> render{input, "-o", output, "--mask", mask, "--host", host};
+    // The folder is the demo's own: a second run replaces what the first wrote.
+    std::vector<std::string> render{input, "-o", output, "-y", "--mask", mask, "--host", host};
     for (const char* a : kPreset) render.push_back(a);
     if (!plugin.empty()) render.insert(render.end(), {"--plugin", plugin});
     if (threads > 0) render.insert(render.end(), {"--threads", std::to_string(threads)});
     if (quiet) render.push_back("--quiet");
-    std::fprintf(stderr, "tesselux demo: rendering %d frames at %dx%d\n", kFrames, kWidth, kHeight);
+    if (!quiet) std::fprintf(stderr, "tesselux demo: rendering %d frames at %dx%d\n", kFrames, kWidth, kHeight);
     const int status = runRender(render);
     if (status != 0) return status;
     writeContactSheet(input, output, sheet);

@@ -2,15 +2,20 @@
 #include "commands.h"
 
 #include <tbb/global_control.h>
+#include <sys/stat.h>
 #include <tbb/parallel_pipeline.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <cmath>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <thread>
 
@@ -26,30 +31,41 @@ namespace cli {
 
 namespace {
 
-// Set by SIGINT/SIGTERM; a signal handler can reach nothing but a flag like this.
-std::atomic<bool> interruptFlag{false};
-extern "C" void onInterrupt(int) { interruptFlag.store(true); }
+// The signal that asked the render to stop (SIGINT, SIGTERM or SIGHUP), 0
+// for none; a signal handler can reach nothing but a flag like this.
+std::atomic<int> interruptFlag{0};
+extern "C" void onInterrupt(int sig) { interruptFlag.store(sig); }
 
 struct Interrupted {};
 
-// Restores the previous handlers when the render ends.
+// Catches the signals that end a render, so that it stops and removes what it
+// wrote, and restores the previous handlers when the render ends. A file size
+// limit (SIGXFSZ) is ignored instead: the write then fails with EFBIG and the
+// render ends with that error, cleaning up the same way.
 class InterruptGuard {
  public:
   InterruptGuard() {
-    interruptFlag.store(false);
+    interruptFlag.store(0);
     struct sigaction sa = {};
     sa.sa_handler = onInterrupt;
     sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, &oldInt_);
-    sigaction(SIGTERM, &sa, &oldTerm_);
+    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &sa, &old_[i]);
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    sigemptyset(&ignore.sa_mask);
+    sigaction(SIGXFSZ, &ignore, &oldXfsz_);
   }
   ~InterruptGuard() {
-    sigaction(SIGINT, &oldInt_, nullptr);
-    sigaction(SIGTERM, &oldTerm_, nullptr);
+    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &old_[i], nullptr);
+    sigaction(SIGXFSZ, &oldXfsz_, nullptr);
   }
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
 
  private:
-  struct sigaction oldInt_ = {}, oldTerm_ = {};
+  static constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
+  std::array<struct sigaction, 3> old_ = {};
+  struct sigaction oldXfsz_ = {};
 };
 
 std::optional<std::string> prescan(const std::vector<std::string>& args, const std::string& name) {
@@ -77,13 +93,108 @@ std::pair<long, long> parseRatio(const std::string& s, const std::string& option
   return {n, d};
 }
 
+// A whole number from 1 to `most` typed for `option`.
+long positiveCount(const std::string& text, const std::string& option, long most) {
+  long v = 0;
+  if (!parseInt(text, v)) throw UsageError{option + " " + text + ": needs a whole number"};
+  if (v < 1) throw UsageError{option + " must be at least 1"};
+  if (v > most) throw UsageError{option + " must be at most " + std::to_string(most)};
+  return v;
+}
+
+// A frame rate typed as N, N/D or a decimal. Decimals a hair under a whole
+// rate are the NTSC rates ffmpeg users mean (29.97 is 30000/1001); other
+// decimals are taken exactly (12.5 is 25/2).
+std::pair<long, long> parseRate(const std::string& text) {
+  if (text.find('.') == std::string::npos) return parseRatio(text, "--fps");
+  char* end = nullptr;
+  const double v = std::strtod(text.c_str(), &end);
+  if (*end != '\0' || !(v > 0) || v > 1e6) throw UsageError{"--fps " + text + ": needs N, N/D or a decimal above 0"};
+  const double ntsc = std::round(v * 1.001);
+  if (std::fabs(ntsc / 1.001 - v) < 0.0051 && std::fabs(ntsc - v) > 1e-9)
+    return {static_cast<long>(ntsc) * 1000, 1001};
+  long den = 1;
+  double num = v;
+  while (std::fabs(num - std::round(num)) > 1e-9 && den < 1000000) {
+    num *= 10;
+    den *= 10;
+  }
+  long n = std::lround(num);
+  const long g = std::gcd(n, den);
+  return {n / g, den / g};
+}
+
+// Edit distance, for suggesting the option a user meant.
+size_t editDistance(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diag = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t up = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diag + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diag = up;
+    }
+  }
+  return row[b.size()];
+}
+
+// The first argument that names no option, with the nearest option name if
+// one is close: CLI11 lists the extras in reverse and suggests nothing.
+std::string unknownOptionMessage(const CLI::App& app, const std::vector<std::string>& args) {
+  std::vector<std::string> names;
+  for (const CLI::Option* o : app.get_options()) {
+    for (const std::string& l : o->get_lnames()) names.push_back("--" + l);
+    for (const std::string& sn : o->get_snames()) names.push_back("-" + sn);
+  }
+  for (const std::string& a : args) {
+    if (a.size() < 2 || a[0] != '-') continue;
+    const std::string name = a.substr(0, a.find('='));
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    std::string best;
+    size_t bestDistance = std::max<size_t>(2, name.size() / 4) + 1;
+    for (const std::string& n : names) {
+      const size_t d = editDistance(name, n);
+      if (d < bestDistance) {
+        bestDistance = d;
+        best = n;
+      }
+    }
+    return "unknown option " + name + (best.empty() ? "" : "; did you mean " + best + "?");
+  }
+  return "";
+}
+
+// Checkboxes as the help shows them: `--X on|off` and `--X=on|off` become
+// `--X` and `--no-X` before parsing.
+std::vector<std::string> spellCheckboxes(const std::vector<std::string>& args,
+                                         const std::vector<ControlOption>& controls) {
+  std::vector<std::string> out;
+  for (size_t i = 0; i < args.size(); ++i) {
+    std::string a = args[i];
+    for (const ControlOption& o : controls) {
+      if (o.kind != ControlOption::Kind::Checkbox) continue;
+      const std::string flag = "--" + o.option;
+      std::string value;
+      if (a == flag && i + 1 < args.size() && (args[i + 1] == "on" || args[i + 1] == "off")) value = args[++i];
+      if (a == flag + "=on" || a == flag + "=off") value = a.substr(flag.size() + 1);
+      if (!value.empty()) a = value == "on" ? flag : "--no-" + o.option;
+    }
+    out.push_back(a);
+  }
+  return out;
+}
+
 struct Settings {
   std::string input, output, mask;
   std::string depth = "auto";
   std::string fps, frames, downsample, codec;
   int crf = 18;
   int threads = 0;
+  std::string threadsText, cacheText;  // as typed, checked by positiveCount
   bool align = false, quiet = false, check = false;
+  std::optional<bool> overwrite;  // -y true, -n false, neither: ask on a terminal
   size_t cacheMb = 256;
   std::map<int, std::string> controlText;  // as typed, by control id
   std::map<int, bool> checkboxes;
@@ -109,6 +220,126 @@ void checkWritableFolder(const std::string& output) {
   if (std::filesystem::is_directory(probe, ec)) throw MediaError(output + ": is a directory");
 }
 
+// The files an output of frames first..last writes, or an input reads.
+std::vector<std::string> filesOf(const std::string& path, int first, int last) {
+  if (mediaKind(path) == MediaKind::Null) return {};
+  if (mediaKind(path) != MediaKind::Sequence) return {path};
+  std::vector<std::string> names;
+  for (int k = first; k <= last; ++k) names.push_back(sequenceName(path, k));
+  return names;
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+  struct stat sa = {}, sb = {};
+  return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+         sa.st_ino == sb.st_ino;
+}
+
+// As ffmpeg asks: "y" or "Y" first on the answer line overwrites.
+bool askOverwrite(const std::string& name) {
+  std::fprintf(stderr, "File '%s' already exists. Overwrite? [y/N] ", name.c_str());
+  std::fflush(stderr);
+  char line[64] = {};
+  if (!std::fgets(line, sizeof line, stdin)) return false;
+  return line[0] == 'y' || line[0] == 'Y';
+}
+
+// Whether `file` is one the input `source` reads. A numbered sequence's
+// files are found by the numbers in the file's own name (a link to one of
+// them under an unrelated name is not recognised).
+bool readsFile(const std::string& source, const std::string& file) {
+  if (mediaKind(source) != MediaKind::Sequence) return sameFile(source, file);
+  const std::string name = std::filesystem::path(file).filename().string();
+  for (size_t i = 0; i < name.size();) {
+    if (name[i] < '0' || name[i] > '9') {
+      ++i;
+      continue;
+    }
+    size_t j = i;
+    while (j < name.size() && name[j] >= '0' && name[j] <= '9') ++j;
+    if (j - i <= 9 && sameFile(sequenceName(source, std::stol(name.substr(i, j - i))), file)) return true;
+    i = j;
+  }
+  return false;
+}
+
+// Refuses an output that is one of the inputs (whatever -y says), and one
+// that exists unless -y allows it or the user says so on a terminal.
+void checkOutputFree(const Settings& s, int first, int last) {
+  std::vector<std::string> existing;
+  for (const std::string& out : filesOf(s.output, first, last)) {
+    std::error_code ec;
+    if (std::filesystem::exists(out, ec)) existing.push_back(out);
+  }
+  for (const std::string& out : existing)
+    for (const std::string& in : {s.input, s.mask})
+      if (!in.empty() && readsFile(in, out))
+        throw MediaError(out + ": is an input (" + in + "); write the output elsewhere");
+  if (existing.empty() || s.overwrite == true) return;
+  const std::string& out = existing.front();
+  if (s.overwrite == false) throw MediaError(out + ": already exists; not overwriting (-n)");
+  if (isatty(0) && isatty(2) && askOverwrite(out)) return;
+  throw MediaError(out + ": already exists; -y (--overwrite) replaces it");
+}
+
+// The control ids the effect registers, of the controls whose options can be
+// pointless under other settings.
+enum ControlId {
+  ID_TIME_FRAMES = 9,
+  ID_TIME_PROBABILITY = 10,
+  ID_STEPPING_UNIT = 11,
+  ID_TIME_STEP_SECONDS = 12,
+  ID_TIME_STEP_FRAMES = 13,
+  ID_EXCLUSIVE_MODE = 16,
+  ID_MASK_INTENSITY = 20,
+};
+
+// A control's value for this render: as given, else the control's default.
+double controlValue(const std::vector<ControlOption>& controls, const thost::ControlValues& given, int id) {
+  auto it = given.find(id);
+  if (it != given.end()) return it->second;
+  for (const ControlOption& o : controls) {
+    if (o.id != id) continue;
+    const PF_ParamDef& d = o.param->def;
+    switch (o.kind) {
+      case ControlOption::Kind::Fixed: return d.u.fd.dephault / 65536.0;
+      case ControlOption::Kind::Float: return d.u.fs_d.dephault;
+      case ControlOption::Kind::Popup: return d.u.pd.dephault;
+      case ControlOption::Kind::Checkbox: return d.u.bd.dephault;
+    }
+  }
+  return 0;
+}
+
+// One line for each option given that the other settings make pointless.
+std::vector<std::string> ineffectiveOptions(const std::vector<ControlOption>& controls, const Settings& s,
+                                            const thost::ControlValues& given) {
+  std::vector<std::string> lines;
+  auto optionOf = [&](int id) {
+    for (const ControlOption& o : controls)
+      if (o.id == id) return "--" + o.option;
+    return std::string();
+  };
+  auto isGiven = [&](int id) { return s.controlText.count(id) > 0 || s.checkboxes.count(id) > 0; };
+  auto warn = [&lines](const std::string& option, const std::string& why) {
+    lines.push_back("tesselux render: warning: " + option + " has no effect while " + why + "\n");
+  };
+  if (!s.mask.empty() && controlValue(controls, given, ID_MASK_INTENSITY) == 0)
+    warn("--mask", "\"Intensity\" (" + optionOf(ID_MASK_INTENSITY) + ") is 0");
+  // "Frames" rounds to the nearest count.
+  if (controlValue(controls, given, ID_TIME_FRAMES) < 0.5) {
+    for (int id = ID_TIME_PROBABILITY; id <= ID_EXCLUSIVE_MODE; ++id)
+      if (isGiven(id)) warn(optionOf(id), "\"Frames\" (" + optionOf(ID_TIME_FRAMES) + ") is 0");
+    return lines;
+  }
+  const bool frames = controlValue(controls, given, ID_STEPPING_UNIT) == 2;
+  const int unused = frames ? ID_TIME_STEP_SECONDS : ID_TIME_STEP_FRAMES;
+  if (isGiven(unused))
+    warn(optionOf(unused), "\"Stepping Unit\" (" + optionOf(ID_STEPPING_UNIT) + ") is " +
+                               (frames ? "frame" : "second"));
+  return lines;
+}
+
 int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {
   auto source = openSource(s.input);
   const int total = source->frameCount();
@@ -118,7 +349,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     if (!s.fps.empty()) throw UsageError{"--fps: a video input keeps its own frame rate"};
     rate = *source->rate();
   } else if (!s.fps.empty()) {
-    auto [n, d] = parseRatio(s.fps, "--fps");
+    auto [n, d] = parseRate(s.fps);
     rate = Rate{static_cast<int>(n), static_cast<int>(d)};
   }
   const thost::Depth depth = parseDepth(s.depth, source->sampleType());
@@ -129,7 +360,8 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     long a = 0, b = 0;
     if (!parseInt(s.frames.substr(0, dash), a) || !parseInt(dash == std::string::npos ? s.frames.substr(0, dash) : s.frames.substr(dash + 1), b))
       throw UsageError{"--frames " + s.frames + ": needs A-B (0-based, inclusive)"};
-    if (a < 0 || b < a || b >= total)
+    if (b < a) throw UsageError{"--frames " + s.frames + ": A must not exceed B"};
+    if (a < 0 || b >= total)
       throw UsageError{"--frames " + s.frames + ": the input has frames 0-" + std::to_string(total - 1)};
     first = static_cast<int>(a);
     last = static_cast<int>(b);
@@ -146,6 +378,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                          "); a video needs one size, write an image sequence instead"};
   }
   checkWritableFolder(s.output);
+  checkOutputFree(s, first, last);
 
   thost::RenderRequest base;
   base.depth = depth;
@@ -187,11 +420,18 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   auto layer = std::make_shared<SourceClip>(std::move(source), cacheBytes);
   base.layer = layer;
   if (!s.mask.empty()) {
-    std::unique_ptr<FrameSource> maskSource = openSource(s.mask);
+    std::unique_ptr<FrameSource> maskSource;
+    try {
+      maskSource = openSource(s.mask);
+    } catch (const MediaError& e) {
+      throw MediaError(std::string("--mask: ") + e.what());
+    }
     maskSource->pixelPool = pool;
     base.mask = std::make_shared<SourceClip>(std::move(maskSource), cacheBytes / 4);
   }
 
+  // Printed once the render has succeeded, so that a failure stays one line.
+  const std::vector<std::string> warnings = ineffectiveOptions(controls, s, base.controls);
   if (s.align) {
     auto valueOf = [&](int id) {
       auto it = base.controls.find(id);
@@ -226,7 +466,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   const SampleType outType = sink->sampleType();
 
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
-  if (interruptFlag.load()) throw Interrupted{};
+  if (interruptFlag.load() != 0) throw Interrupted{};
   Progress progress(count, !s.quiet && stderrIsTerminal());
   std::vector<std::string> breaks;
   int next = first;
@@ -243,7 +483,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
       tokens,
       tbb::make_filter<void, int>(tbb::filter_mode::serial_in_order,
                                   [&](tbb::flow_control& fc) -> int {
-                                    if (next > last || interruptFlag.load()) {
+                                    if (next > last || interruptFlag.load() != 0) {
                                       fc.stop();
                                       return 0;
                                     }
@@ -275,14 +515,15 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
                                                             std::make_shared<Picture>(fromHost(r.output, outType))};
                                           }) &
           tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
-            if (interruptFlag.load()) return;
+            if (interruptFlag.load() != 0) return;
             if (r.prepared) sink->writePrepared(*r.prepared);
             else if (r.image) sink->writeHost(*r.image);
             else if (r.picture) sink->write(*r.picture);
             progress.tick();
           }));
-  if (interruptFlag.load()) throw Interrupted{};
+  if (interruptFlag.load() != 0) throw Interrupted{};
   sink->commit();
+  for (const std::string& w : warnings) std::fputs(w.c_str(), stderr);
   return 0;
 }
 
@@ -325,14 +566,16 @@ int runRender(const std::vector<std::string>& args) {
     app.add_option("--depth", s.depth, "8, 16, 32 or auto (the input's sample type)")->default_str("auto");
     app.add_option("--fps", s.fps, "N or N/D for stills and sequences (default 30)");
     app.add_option("--frames", s.frames, "A-B: output frames A..B only (0-based, inclusive)");
-    app.add_option("--threads", s.threads, "frames rendered at once (default: all cores)")
-        ->check(CLI::PositiveNumber);
+    app.add_option("--threads", s.threadsText, "frames rendered at once (default: all cores)");
     app.add_option("--downsample", s.downsample, "N/D render scale (default 1/1)");
     app.add_option("--codec", s.codec, "video encoder (default by container: .mp4 libx264, .mov prores_ks, .mkv ffv1)");
     app.add_option("--crf", s.crf, "H.264/H.265 quality (default 18)")->check(CLI::Range(0, 51));
-    app.add_option("--cache-mb", s.cacheMb, "decoded-frame cache size in MiB (default 256)")
-        ->check(CLI::PositiveNumber);
+    app.add_option("--cache-mb", s.cacheText, "decoded-frame cache size in MiB (default 256)");
     app.add_flag("-q,--quiet", s.quiet, "no progress line");
+    bool overwriteFlag = false;  // read below, in command-line order
+    app.add_flag("-y,--overwrite", overwriteFlag, "replace an existing output");
+    app.add_flag("-n,--no-overwrite", overwriteFlag,
+                 "never replace an existing output (the default off a terminal; on one, ask)");
     app.add_flag("--check", s.check, "guard bytes around every world, checked after each render");
     app.add_flag("--align", s.align, "press \"Align\" for the input's size before rendering");
     app.add_option("--mask", s.mask, "\"Mask Source\": a still, sequence or video")->group("Controls");
@@ -348,15 +591,40 @@ int runRender(const std::vector<std::string>& args) {
             ->group("Controls");
       }
     }
+    const std::vector<std::string> spelled = spellCheckboxes(args, controls);
     std::vector<const char*> argv{"tesselux render"};
-    for (const std::string& a : args) argv.push_back(a.c_str());
+    for (const std::string& a : spelled) argv.push_back(a.c_str());
     try {
       app.parse(static_cast<int>(argv.size()), argv.data());
     } catch (const CLI::CallForHelp&) {
       std::printf("%s", app.help().c_str());
       return 0;
+    } catch (const CLI::ExtrasError& e) {
+      const std::string unknown = unknownOptionMessage(app, spelled);
+      throw UsageError{unknown.empty() ? std::string(e.what()) : unknown};
     } catch (const CLI::ParseError& e) {
       throw UsageError{e.what()};
+    }
+    // The last of --X and --no-X wins (CLI11 runs flags in the order they were declared).
+    for (const std::string& a : spelled) {
+      if (a == "--") break;
+      for (const ControlOption& o : controls) {
+        if (o.kind != ControlOption::Kind::Checkbox) continue;
+        if (a == "--" + o.option) s.checkboxes[o.id] = true;
+        if (a == "--no-" + o.option) s.checkboxes[o.id] = false;
+      }
+    }
+    if (!s.threadsText.empty()) s.threads = static_cast<int>(positiveCount(s.threadsText, "--threads", 1 << 16));
+    if (!s.cacheText.empty()) s.cacheMb = static_cast<size_t>(positiveCount(s.cacheText, "--cache-mb", 1 << 24));
+    const unsigned cores = std::thread::hardware_concurrency();
+    if (cores > 0 && s.threads > static_cast<int>(cores))
+      std::fprintf(stderr, "tesselux render: warning: --threads %d is more than the %u cores of this machine\n",
+                   s.threads, cores);
+    // The last of -y and -n wins (CLI11 runs flags in the order they were declared).
+    for (const std::string& a : args) {
+      if (a == "--") break;
+      if (a == "-y" || a == "--overwrite") s.overwrite = true;
+      if (a == "-n" || a == "--no-overwrite") s.overwrite = false;
     }
     // Option values are checked before anything is read or written.
     for (const ControlOption& o : controls) {
@@ -369,7 +637,7 @@ int runRender(const std::vector<std::string>& args) {
     return 2;
   } catch (const Interrupted&) {
     std::fprintf(stderr, "tesselux render: interrupted; nothing written\n");
-    return 130;
+    return 128 + interruptFlag.load();  // as the shell reports the signal: 130, 143, 129
   } catch (const std::exception& e) {
     std::fprintf(stderr, "tesselux render: %s\n", e.what());
     return 1;

@@ -85,9 +85,9 @@ A_long sampleTime(const PF_InData* in_data, double time, int unitIsFrames, int e
       r = mirror(t, d, s);
       break;
   }
-  // Only a frame longer than the layer, or a time between frame starts, can
-  // land outside; wrap those into the layer.
-  if (r < 0 || r >= d) r = ((r % d) + d) % d;
+  // Wrap and Repeat Last can land outside the layer (a time just before the
+  // start, a frame longer than the layer); the host is asked for that time as
+  // computed and serves whatever frame it holds there.
   return static_cast<A_long>(r);
 }
 

@@ -15,8 +15,10 @@ enum { TIME_FRAME_CHECKOUT_BASE = 1023 };
 // `time` is already in host units, seconds otherwise), optionally snapped to
 // multiples of frameSkip + 1 frames (frameSkip > 0), then mapped into the
 // layer's duration by `edgeMode`. Arithmetic is the host's: signed 32-bit,
-// truncating toward zero. For the three edge modes the result lies in
-// [0, total_time) whenever total_time > 0.
+// truncating toward zero. The result goes to the host as computed: Mirror
+// lies in [0, total_time), Wrap can be up to one frame before the start and
+// Repeat Last's last frame (total_time - time_step) is before the start for a
+// layer shorter than one frame.
 A_long sampleTime(const PF_InData* in_data, double time, int unitIsFrames, int edgeMode,
                   double frameSkip);
 

@@ -1,8 +1,12 @@
 // The sample-time mapping with arbitrary 32-bit host times, steps and scales,
 // any offset (NaN and infinities included), unit, edge mode and frame skip.
-// It must return, and for the three edge modes land inside [0, total_time)
-// whenever the layer has a duration. Other mode values hand the time on
-// unmapped, as the controls never produce them.
+// It must return, and whenever the layer has a duration the three edge modes
+// land where they map: Mirror inside [0, total_time), Wrap at most one frame
+// before the start, Repeat Last inside or on its last frame (total_time -
+// time_step). Other mode values hand the time on unmapped, as the controls
+// never produce them.
+#include <cstdint>
+
 #include "fuzz_input.h"
 #include "fuzz_targets.h"
 #include "time/layer_checkout.h"
@@ -42,8 +46,13 @@ int sampleTimeOne(const uint8_t* data, size_t size) {
 
   const A_long r = sampleTime(&in_data, time, unitIsFrames, edgeMode, frameSkip);
   const bool mapped = edgeMode == EDGE_REPEAT_LAST || edgeMode == EDGE_WRAP || edgeMode == EDGE_MIRROR;
-  if (mapped && in_data.total_time > 0 && (r < 0 || r >= in_data.total_time))
-    fail("a mapped sample time lies outside the layer");
+  if (!mapped || in_data.total_time <= 0) return 0;
+  const int64_t d = in_data.total_time, s = in_data.time_step;
+  if (r >= d) fail("a mapped sample time lies past the layer's end");
+  if (r >= 0) return 0;
+  if (s <= 0 || edgeMode == EDGE_MIRROR) fail("a mapped sample time lies before the layer");
+  if (edgeMode == EDGE_WRAP && r <= -s) fail("Wrap lands more than a frame before the layer");
+  if (edgeMode == EDGE_REPEAT_LAST && r != d - s) fail("Repeat Last lands before the layer");
   return 0;
 }
 

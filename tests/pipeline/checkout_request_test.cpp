@@ -258,3 +258,91 @@ TEST_F(CheckoutRequests, ThePreRenderResultIsTheInputsRectangle) {
   // The handle is left unlocked for the host.
   EXPECT_EQ(h.lockCount(h.preRenderData()), 0);
 }
+
+namespace {
+
+// Time frames as the host recorded them, in both hosts: checkout id (legacy
+// checkouts have none), time and the clip frame it served.
+struct Served {
+  A_long time;
+  int frame;
+  bool operator==(const Served& o) const { return time == o.time && frame == o.frame; }
+};
+std::ostream& operator<<(std::ostream& os, const Served& s) {
+  return os << "{time " << s.time << ", frame " << s.frame << "}";
+}
+
+// The time frames one render requested: After Effects by their checkout ids;
+// Premiere Pro checks out parameters, the effect's own layer for each time
+// frame and then once more for the input at the current time.
+std::vector<Served> timeFramesServed(const thost::Host& h, bool legacy) {
+  std::vector<Served> out;
+  for (const thost::LayerCheckout& c : h.layerCheckouts()) {
+    const bool timeFrame = legacy ? c.checkoutId == thost::LayerCheckout::kParamCheckout &&
+                                        c.layerIndex == 0
+                                  : c.checkoutId >= 1024;
+    if (timeFrame) out.push_back({c.time, c.frame});
+  }
+  if (legacy && !out.empty()) out.pop_back();
+  return out;
+}
+
+}  // namespace
+
+class EdgeTimesAsComputed : public CheckoutRequests,
+                            public ::testing::WithParamInterface<thost::App> {
+ protected:
+  // Renders frame `k` of a `frames`-frame clip at 24 fps (24000, step 1000)
+  // with `timeFrames` steps of `seconds` in edge mode `mode` (the host makes
+  // the total time `frames` x 1000 whatever `total` says).
+  std::vector<Served> render(int frames, A_long total, int k, int timeFrames, double seconds,
+                             int mode) {
+    thost::Host& h = setUpInstance(GetParam());
+    h.setLayerClip(0, makeClip(frames, 24, 16));
+    h.setTime(k * 1000, 1000, total, 24000);
+    configure(h, timeFrames, false, seconds, mode);
+    if (GetParam() == thost::App::AfterEffects) {
+      EXPECT_EQ(h.preRender(), PF_Err_NONE);
+      EXPECT_EQ(h.smartRender(), PF_Err_NONE);
+    } else {
+      EXPECT_EQ(h.legacyRender(), PF_Err_NONE);
+    }
+    return timeFramesServed(h, GetParam() == thost::App::PremierePro);
+  }
+};
+
+TEST_P(EdgeTimesAsComputed, WrapJustBeforeTheStartReachesTheHostWhichServesFrameZero) {
+  // A 4-frame layer at time 0, six -0.1 s steps: t = -2400 i.
+  // Wrap gives t rem 4000 + 4000 - 1000; the third is -200, which the host
+  // serves as frame floor(-200 / 1000) clamped, frame 0 (not 3800, frame 3).
+  const std::vector<Served> got = render(4, 4000, 0, 6, -0.1, 1);
+  const std::vector<Served> expected{{600, 0},  {2200, 2}, {-200, 0},
+                                     {1400, 1}, {3000, 3}, {600, 0}};
+  EXPECT_EQ(got, expected);
+}
+
+TEST_P(EdgeTimesAsComputed, RepeatLastHoldsTheEndsAndAnUnknownModeHandsTheRawTimeToTheHost) {
+  // From frame 1 of 4, -0.1 s: -1400 -> 0; from frame 3, +0.1 s: past the end -> 3000.
+  EXPECT_EQ(render(4, 4000, 1, 2, -0.1, 0), (std::vector<Served>{{0, 0}, {0, 0}}));
+  EXPECT_EQ(render(4, 4000, 3, 2, 0.1, 0), (std::vector<Served>{{3000, 3}, {3000, 3}}));
+  // A damaged mode (popup 5) maps nothing: the host gets t itself and serves
+  // its nearest frame, the first before the start and the last past the end.
+  EXPECT_EQ(render(4, 4000, 0, 2, -0.1, 4), (std::vector<Served>{{-2400, 0}, {-4800, 0}}));
+  EXPECT_EQ(render(4, 4000, 3, 2, 0.1, 4), (std::vector<Served>{{5400, 3}, {7800, 3}}));
+}
+
+TEST_P(EdgeTimesAsComputed, MirrorStaysInsideTheLayerAndWrapPastTheEndComesRoundToTheStart) {
+  // Mirror on a layer one frame long ends its reflections at 0.
+  EXPECT_EQ(render(1, 1000, 0, 2, 0.1, 2), (std::vector<Served>{{0, 0}, {0, 0}}));
+  // Frame 3 of 4, +0.1 s: 5400 -> 1400 (frame 1), 7800 -> 3800 (frame 3).
+  EXPECT_EQ(render(4, 4000, 3, 2, 0.1, 1), (std::vector<Served>{{1400, 1}, {3800, 3}}));
+  // Mirror from frame 0 back 0.1 s: -2400 -> 2400 (frame 2), -4800 -> 6000 - 4800.
+  EXPECT_EQ(render(4, 4000, 0, 2, -0.1, 2), (std::vector<Served>{{2400, 2}, {1200, 1}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(BothHosts, EdgeTimesAsComputed,
+                         ::testing::Values(thost::App::AfterEffects, thost::App::PremierePro),
+                         [](const ::testing::TestParamInfo<thost::App>& i) {
+                           return i.param == thost::App::AfterEffects ? std::string("AfterEffects")
+                                                                      : std::string("PremierePro");
+                         });

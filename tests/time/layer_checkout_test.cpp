@@ -150,9 +150,9 @@ TEST(SampleTime, TheSumWrapsAsA32BitIntegerAndOutOfRangeOffsetsTruncateLikeTheHo
   // An offset beyond 32 bits converts to INT32_MIN, as the host's conversion does.
   in.current_time = 0;
   EXPECT_EQ(sampleTime(&in, 1e12, 1, 99, -1.0), INT_MIN);
-  // Any edge mode still lands inside the layer.
-  EXPECT_GE(sampleTime(&in, 1e12, 1, EDGE_WRAP, -1.0), 0);
-  EXPECT_LT(sampleTime(&in, 1e12, 1, EDGE_WRAP, -1.0), 30000);
+  // Wrap maps it like any other time before the start:
+  // INT_MIN rem 30000 = -23648, + 30000 - 100.
+  EXPECT_EQ(sampleTime(&in, 1e12, 1, EDGE_WRAP, -1.0), 6252);
 }
 
 TEST(SampleTime, FrameSkipSnapsTowardZeroInTenthsAndMinusOneSwitchesItOff) {
@@ -178,7 +178,27 @@ TEST(SampleTime, AZeroStepSamplesTheCurrentTime) {
   }
 }
 
-TEST(SampleTime, AnyTimeLandsInsideTheLayerInEveryEdgeMode) {
+TEST(SampleTime, WrapJustBeforeTheStartIsHandedOnAsComputed) {
+  // 24 fps at 24000, a 4-frame layer, current time 0, -0.1 s steps: the third
+  // time frame is t = -7200, and -3200 + 4000 - 1000 = -200, not 3800.
+  PF_InData in = inData(0, 1000, 4000, 24000);
+  EXPECT_EQ(sampleTime(&in, 3 * -0.1, 0, EDGE_WRAP, -1.0), -200);
+  EXPECT_EQ(sampleTime(&in, -0.1, 0, EDGE_WRAP, -1.0), 600);
+  // Any t with t rem D in (-s, 0) gives a time in (-s, 0).
+  EXPECT_EQ(at(-1, 100, 3000, EDGE_WRAP), -1 + 3000 - 100);
+  EXPECT_EQ(at(-2950, 100, 3000, EDGE_WRAP), -50);
+  EXPECT_EQ(at(-5999, 100, 3000, EDGE_WRAP), -99);
+}
+
+TEST(SampleTime, RepeatLastOnALayerShorterThanAFrameHandsOnTheNegativeLastFrame) {
+  // D - s is before the start when one frame outlasts the layer.
+  EXPECT_EQ(at(5000, 100, 60, EDGE_REPEAT_LAST), -40);
+  EXPECT_EQ(at(-5000, 100, 60, EDGE_REPEAT_LAST), 0);
+  // Mirror's guarded loop still ends inside the layer.
+  EXPECT_EQ(at(5000, 100, 60, EDGE_MIRROR), 0);
+}
+
+TEST(SampleTime, AnyTimeLandsWhereItsEdgeModeMapsIt) {
   std::mt19937 rng(11);
   for (int i = 0; i < 200000; ++i) {
     PF_InData in = inData(static_cast<A_long>(rng()), static_cast<A_long>(rng() % 5000) - 100,
@@ -187,7 +207,14 @@ TEST(SampleTime, AnyTimeLandsInsideTheLayerInEveryEdgeMode) {
     const int mode = static_cast<int>(rng() % 3);
     const A_long r = sampleTime(&in, offset, static_cast<int>(rng() % 2), mode,
                                 (rng() % 4 == 0) ? (rng() % 300) / 10.0 : -1.0);
-    ASSERT_GE(r, 0);
-    ASSERT_LT(r, in.total_time);
+    const A_long d = in.total_time, st = in.time_step;
+    if (st <= 0 || mode == EDGE_MIRROR) {
+      ASSERT_GE(r, 0);
+    } else if (mode == EDGE_WRAP) {
+      ASSERT_GT(r, -st);  // at most one frame before the start
+    } else if (r < 0) {
+      ASSERT_EQ(r, d - st);  // Repeat Last's last frame of a layer shorter than a frame
+    }
+    ASSERT_LT(r, d);
   }
 }
