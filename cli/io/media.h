@@ -60,6 +60,9 @@ class FrameSource {
   // The file's own rate, for videos.
   virtual std::optional<Rate> rate() const { return std::nullopt; }
   virtual std::optional<VideoTags> tags() const { return std::nullopt; }
+  // Each frame's presentation time in seconds from the first, for videos
+  // (variable-rate ones keep them); empty for stills and sequences.
+  virtual std::vector<double> frameTimes() const { return {}; }
   // Size of frame k without decoding it where the format allows.
   virtual std::pair<int, int> frameSize(int k) const = 0;
   virtual Picture read(int k) = 0;
