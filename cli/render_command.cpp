@@ -214,7 +214,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   ss.codec = s.codec;
   ss.crf = s.crf;
   ss.tags = tags;
-  if (outKind == MediaKind::Video && mediaKind(s.input) == MediaKind::Video) {
+  if (outKind == MediaKind::Video && sourceKind(s.input) == MediaKind::Video) {
     ss.audioFrom = s.input;
     ss.audioStart = first * static_cast<double>(rate.den) / rate.num;
     ss.audioEnd = (last + 1) * static_cast<double>(rate.den) / rate.num;

@@ -42,10 +42,16 @@ inline void checkSize(const std::string& path, long width, long height) {
                      " x " + std::to_string(PF_MAX_WORLD_HEIGHT) + ")");
 }
 
-// How a path is treated: a name with a printf frame number ("%04d") is a
-// sequence, a known video container extension a video, "null:" discards, any
-// other name a still.
+// How an output path is treated: a name with a printf frame number ("%04d")
+// is a sequence, "null:" discards, a name libavformat has a muxer for (other
+// than its image writer) a video, any other name a still.
 MediaKind mediaKind(const std::string& path);
+
+// How an input is read: sequences and "null:" by name, any other file by its
+// content: what libavformat's probe takes for a single image (and what it
+// does not recognise) is a still for OpenImageIO, everything else a video
+// (animated GIF and APNG included, with all their frames).
+MediaKind sourceKind(const std::string& path);
 
 // File `number` of a sequence pattern.
 std::string sequenceName(const std::string& pattern, long number);

@@ -198,12 +198,15 @@ class VideoSource : public FrameSource {
   // those the decoder keeps (edit lists mark the others discarded).
   void indexPackets() {
     PacketPtr pkt(av_packet_alloc());
+    bool untimed = false;
     int err = 0;
     while ((err = av_read_frame(fmt_.get(), pkt.get())) >= 0) {
       if (pkt->stream_index == stream_) {
         PacketInfo p{pkt->pts, pkt->dts, pkt->pos, (pkt->flags & AV_PKT_FLAG_KEY) != 0};
-        if (p.pts == AV_NOPTS_VALUE) p.pts = p.dts;
-        if (p.pts == AV_NOPTS_VALUE) p.pts = packets_.empty() ? 0 : packets_.back().pts + 1;
+        if (p.pts == AV_NOPTS_VALUE) {
+          untimed = true;
+          p.pts = p.dts != AV_NOPTS_VALUE ? p.dts : packets_.empty() ? 0 : packets_.back().pts + 1;
+        }
         packets_.push_back(p);
         if (!(pkt->flags & AV_PKT_FLAG_DISCARD)) times_.push_back(p.pts);
         if (pkt->flags & AV_PKT_FLAG_CORRUPT) truncated_ = true;
@@ -214,6 +217,14 @@ class VideoSource : public FrameSource {
     std::sort(times_.begin(), times_.end());
     times_.erase(std::unique(times_.begin(), times_.end()), times_.end());
     if (packets_.empty()) throw MediaError(path_ + ": video stream has no frames");
+    restart();
+    if (!untimed) return;
+    // Packets without presentation times (program streams give them to some
+    // only): the times are the ones a decode from the start gives.
+    times_.clear();
+    while (decodeNext()) times_.push_back(framePts(last_.get()));
+    std::sort(times_.begin(), times_.end());
+    times_.erase(std::unique(times_.begin(), times_.end()), times_.end());
     restart();
   }
 
@@ -457,6 +468,35 @@ bool supports(const AVCodec* codec, AVPixelFormat f) {
   return false;
 }
 
+// The video encoder a container gets without --codec: ffmpeg's choice
+// (H.264 where it is the muxer's, VP9 for WebM, raw frames for y4m, a GIF),
+// except ProRes 4444 for .mov and FFV1 for .mkv, which keep alpha and depth.
+std::string defaultCodec(const std::string& ext, const AVOutputFormat* muxer) {
+  if (ext == ".mov") return "prores_ks";
+  if (ext == ".mkv") return "ffv1";
+  if (ext == ".webm") return "libvpx-vp9";
+  if (ext == ".y4m") return "wrapped_avframe";
+  const AVCodecID id = muxer ? muxer->video_codec : AV_CODEC_ID_NONE;
+  if (id == AV_CODEC_ID_NONE || id == AV_CODEC_ID_H264) return "libx264";
+  const AVCodec* codec = avcodec_find_encoder(id);
+  return codec ? codec->name : "libx264";
+}
+
+// 4:2:0 and 4:2:2 keep one chroma sample per 2 pixels: refuse sizes they
+// cannot hold with the cause and the ways out, before the encoder's own
+// "Generic error".
+void checkChromaFit(const std::string& path, const std::string& codec, AVPixelFormat f, int width, int height) {
+  const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(f);
+  if (!d) return;
+  const bool oddW = d->log2_chroma_w > 0 && width % 2 != 0, oddH = d->log2_chroma_h > 0 && height % 2 != 0;
+  if (!oddW && !oddH) return;
+  throw MediaError(path + ": the frames are " + std::to_string(width) + " x " + std::to_string(height) + ", but " +
+                   codec + " writes " + av_get_pix_fmt_name(f) + ", which needs an even " +
+                   (oddW && oddH ? "width and height" : oddW ? "width" : "height") +
+                   "; crop or scale the input to an even size, or write .mkv (FFV1) or .mov (ProRes 4444), "
+                   "which keep any size");
+}
+
 class VideoSink : public FrameSink {
   struct PreparedFrame : Prepared {
     FramePtr frame;
@@ -476,15 +516,18 @@ class VideoSink : public FrameSink {
     const std::string ext = lowerExt(s.path);
     const bool deep = s.depth != thost::Depth::Bits8;
     std::string codecName = s.codec;
-    if (codecName.empty()) codecName = ext == ".mov" ? "prores_ks" : ext == ".mkv" ? "ffv1" : "libx264";
+    if (codecName.empty()) codecName = defaultCodec(ext, oc_->oformat);
     const AVCodec* codec = avcodec_find_encoder_by_name(codecName.c_str());
     if (!codec) throw MediaError("--codec: no encoder named '" + codecName + "'");
     if (codec->type != AVMEDIA_TYPE_VIDEO) throw MediaError("--codec: '" + codecName + "' is not a video encoder");
 
     // What the encoder is fed: straight RGBA, 16-bit where the codec keeps more than 8 bits.
     AVPixelFormat pixfmt = AV_PIX_FMT_NONE;
-    if (codecName == "libx264" || codecName == "libx265") {
+    if (codecName == "libx264" || codecName == "libx265" || codecName == "libvpx-vp9" || codecName == "libvpx") {
       pixfmt = AV_PIX_FMT_YUV420P;
+      deepInput_ = false;
+    } else if ((codec->id == AV_CODEC_ID_RAWVIDEO || codec->id == AV_CODEC_ID_WRAPPED_AVFRAME) && !codec->pix_fmts) {
+      pixfmt = AV_PIX_FMT_YUV420P;  // what y4m players take, as ffmpeg writes it
       deepInput_ = false;
     } else if (codec->id == AV_CODEC_ID_PRORES) {
       pixfmt = AV_PIX_FMT_YUVA444P10LE;
@@ -665,6 +708,7 @@ class VideoSink : public FrameSink {
   }
 
   void open(int width, int height) {
+    checkChromaFit(s_.path, codec_->name, pixfmt_, width, height);
     width_ = width;
     height_ = height;
     AVCodecContext* c = enc_.get();
@@ -731,7 +775,13 @@ class VideoSink : public FrameSink {
     for (unsigned i = 0; i < in->nb_streams; ++i) {
       AVStream* ist = in->streams[i];
       if (ist->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
-      if (avformat_query_codec(oc_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) continue;
+      if (avformat_query_codec(oc_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
+        // Not re-encoded yet: say so rather than lose it unnoticed.
+        std::fprintf(stderr, "tesselux: warning: %s: audio stream %u (%s) cannot go into this container and is "
+                     "left out; write .mkv to keep it\n", s_.path.c_str(), i,
+                     avcodec_get_name(ist->codecpar->codec_id));
+        continue;
+      }
       AVStream* ost = avformat_new_stream(oc_, nullptr);
       if (!ost) continue;
       avcodec_parameters_copy(ost->codecpar, ist->codecpar);
@@ -811,6 +861,32 @@ class VideoSink : public FrameSink {
 };
 
 }  // namespace
+
+bool videoMuxerFor(const std::string& path) {
+  const AVOutputFormat* f = av_guess_format(nullptr, path.c_str(), nullptr);
+  if (!f) return false;
+  const std::string name = f->name;
+  return name != "image2" && name != "image2pipe" && name != "apng";
+}
+
+std::optional<bool> stillByContent(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) return std::nullopt;
+  std::vector<uint8_t> head(65536 + AVPROBE_PADDING_SIZE, 0);
+  const size_t got = std::fread(head.data(), 1, 65536, file);
+  std::fclose(file);
+  if (got == 0) return std::nullopt;
+  AVProbeData pd{};
+  pd.filename = "";  // by content alone
+  pd.buf = head.data();
+  pd.buf_size = static_cast<int>(got);
+  int score = 0;
+  const AVInputFormat* f = av_probe_input_format3(&pd, 1, &score);
+  if (!f) return true;  // not media libavformat knows: OpenImageIO may
+  const std::string name = f->name;
+  const bool image = name.size() > 5 && name.compare(name.size() - 5, 5, "_pipe") == 0;
+  return image || name == "image2";
+}
 
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path) {
   av_log_set_level(AV_LOG_QUIET);  // failures come back as one line of ours
