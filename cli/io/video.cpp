@@ -361,6 +361,8 @@ class VideoSource : public FrameSource {
         return true;
       }
       if (err == AVERROR_EOF) return false;
+      // A damaged frame is left out and decoding goes on, as ffmpeg does.
+      if (err == AVERROR_INVALIDDATA) continue;
       if (err != AVERROR(EAGAIN)) throw MediaError(path_ + ": decoding failed: " + avError(err));
       if (eof_) return false;
       if (skipUntil_) {
