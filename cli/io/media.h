@@ -94,6 +94,9 @@ struct SinkSettings {
   std::string codec;    // video: empty for the container's default
   int crf = 18;         // video: H.264/H.265 quality
   std::optional<VideoTags> tags;
+  // video: each written frame's time in seconds from the first written one,
+  // from a variable-rate input; empty writes frames at `rate`.
+  std::vector<double> frameTimes;
   // Audio to copy into a video output: the input file and the time range
   // (seconds) the written frames cover; empty path for none.
   std::string audioFrom;

@@ -629,7 +629,7 @@ class VideoSink : public FrameSink {
     if (!opened_) open(f->width, f->height);
     if (f->width != width_ || f->height != height_)
       throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
-    f->pts = pts_++;
+    f->pts = nextPts();
     encode(f);
   }
 
@@ -705,8 +705,30 @@ class VideoSink : public FrameSink {
       const int srcStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
       sws_scale(sws_.get(), srcData, srcStride, 0, height_, frame->data, frame->linesize);
     }
-    frame->pts = pts_++;
+    frame->pts = nextPts();
     encode(frame);
+  }
+
+  // Frame times are kept where the input's are not on its average rate's
+  // grid (variable frame rate) and the encoder and container hold any time;
+  // elsewhere frames follow one another at the rate.
+  bool keepsTimes() const {
+    const auto& t = s_.frameTimes;
+    if (t.size() < 2 || (oc_->oformat->flags & AVFMT_NOTIMESTAMPS)) return false;
+    const std::string name = codec_->name;
+    if (name != "libx264" && name != "libx265" && name != "libvpx-vp9" && name != "libvpx" && name != "ffv1" &&
+        name != "prores_ks")
+      return false;
+    const double step = static_cast<double>(s_.rate.den) / s_.rate.num;
+    for (size_t i = 0; i < t.size(); ++i)
+      if (std::fabs(t[i] - static_cast<double>(i) * step) > step / 4) return true;
+    return false;
+  }
+
+  int64_t nextPts() {
+    const int64_t i = pts_++;
+    if (!timed_ || i >= static_cast<int64_t>(s_.frameTimes.size())) return i;
+    return std::llround(s_.frameTimes[static_cast<size_t>(i)] * kTimedScale);
   }
 
   void open(int width, int height) {
@@ -717,7 +739,8 @@ class VideoSink : public FrameSink {
     c->width = width;
     c->height = height;
     c->pix_fmt = pixfmt_;
-    c->time_base = AVRational{s_.rate.den, s_.rate.num};
+    timed_ = keepsTimes();
+    c->time_base = timed_ ? AVRational{1, kTimedScale} : AVRational{s_.rate.den, s_.rate.num};
     c->framerate = AVRational{s_.rate.num, s_.rate.den};
     c->thread_count = 0;
     const VideoTags t = s_.tags.value_or(VideoTags{});
@@ -855,6 +878,8 @@ class VideoSink : public FrameSink {
   bool deepInput_ = false;
   int width_ = 0, height_ = 0;
   int64_t pts_ = 0;
+  static constexpr int kTimedScale = 90000;  // ticks a second of kept frame times
+  bool timed_ = false;
   bool opened_ = false, committed_ = false;
   FormatPtr audioIn_;
   std::vector<int> audioMap_;

@@ -198,4 +198,34 @@ TEST(VideoOutput, OddSizeFor420NamesCauseAndFix) {
   EXPECT_NE(r.err.find(".mkv"), std::string::npos) << r.err;
 }
 
+// Every presentation time of the video stream, in seconds, in order.
+std::vector<double> frameTimes(const std::string& path) {
+  const std::string cmd = "ffprobe -v error -select_streams v:0 -show_entries packet=pts_time -of csv=p=0 '" +
+                          path + "'";
+  std::FILE* p = popen(cmd.c_str(), "r");
+  std::vector<double> t;
+  char buf[128];
+  while (p && std::fgets(buf, sizeof buf, p)) t.push_back(std::atof(buf));
+  if (p) pclose(p);
+  std::sort(t.begin(), t.end());
+  for (double& x : t) x -= t.front();
+  return t;
+}
+
+// A variable-rate clip (30 fps for 20 frames, then every third frame) keeps
+// each frame's time instead of being respaced at its average rate.
+TEST(VideoOutput, VariableRateKeepsEachFramesTime) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in =
+      makeClip(s, "vfr.mkv", "-vf select='lt(n\\,20)+not(mod(n\\,3))' -fps_mode passthrough -c:v libx264", 2);
+  const std::vector<double> want = frameTimes(in);
+  ASSERT_EQ(want.size(), 33u);
+  const auto r = cli_test::run(kCli, {"render", in, "-o", s / "o.mp4", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::vector<double> got = frameTimes(s / "o.mp4");
+  ASSERT_EQ(got.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i) EXPECT_NEAR(got[i], want[i], 0.002) << "frame " << i;
+}
+
 }  // namespace
