@@ -454,11 +454,18 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   ss.codec = s.codec;
   ss.crf = s.crf;
   ss.tags = tags;
-  if (outKind == MediaKind::Video && mediaKind(s.input) == MediaKind::Video) {
+  if (outKind == MediaKind::Video && sourceKind(s.input) == MediaKind::Video) {
     ss.audioFrom = s.input;
     ss.audioStart = first * static_cast<double>(rate.den) / rate.num;
     ss.audioEnd = (last + 1) * static_cast<double>(rate.den) / rate.num;
     ss.wholeClip = first == 0 && last == total - 1;
+    const std::vector<double> times = layer->source().frameTimes();
+    if (static_cast<int>(times.size()) == total) {
+      ss.frameTimes.assign(times.begin() + first, times.begin() + last + 1);
+      for (double& t : ss.frameTimes) t -= times[static_cast<size_t>(first)];
+      ss.audioStart = times[static_cast<size_t>(first)];
+      ss.audioEnd = last + 1 < total ? times[static_cast<size_t>(last + 1)] : 1e300;
+    }
   }
   std::unique_ptr<FrameSink> sink = openSink(ss);
   const bool discard = outKind == MediaKind::Null;

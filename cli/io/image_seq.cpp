@@ -164,17 +164,22 @@ class NullSink : public FrameSink {
 // Defined in video.cpp.
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path);
 std::unique_ptr<FrameSink> openVideoSink(const SinkSettings& settings);
+bool videoMuxerFor(const std::string& path);
+std::optional<bool> stillByContent(const std::string& path);
 
 MediaKind mediaKind(const std::string& path) {
   if (path == "null:" || path == "null") return MediaKind::Null;
   size_t at = 0, len = 0;
   if (findConversion(path, at, len)) return MediaKind::Sequence;
-  static const char* const kVideo[] = {".mp4", ".mov", ".mkv", ".avi", ".webm", ".m4v", ".mxf",
-                                       ".mpg", ".mpeg", ".ts", ".m2ts", ".flv", ".wmv", ".nut", ".y4m"};
-  const std::string ext = extensionOf(path);
-  for (const char* v : kVideo)
-    if (ext == v) return MediaKind::Video;
-  return MediaKind::Still;
+  return videoMuxerFor(path) ? MediaKind::Video : MediaKind::Still;
+}
+
+MediaKind sourceKind(const std::string& path) {
+  const MediaKind byName = mediaKind(path);
+  if (byName == MediaKind::Sequence || byName == MediaKind::Null) return byName;
+  const std::optional<bool> still = stillByContent(path);
+  if (still) return *still ? MediaKind::Still : MediaKind::Video;
+  return byName;
 }
 
 std::string sequenceName(const std::string& pattern, long number) {
@@ -206,7 +211,7 @@ SampleType imageSampleType(const std::string& path, thost::Depth depth) {
 }
 
 std::unique_ptr<FrameSource> openSource(const std::string& path) {
-  switch (mediaKind(path)) {
+  switch (sourceKind(path)) {
     case MediaKind::Sequence: return std::make_unique<ImageSource>(sequenceFiles(path));
     case MediaKind::Video: return openVideoSource(path);
     case MediaKind::Null: throw MediaError("null: is an output, not an input");

@@ -42,10 +42,16 @@ inline void checkSize(const std::string& path, long width, long height) {
                      " x " + std::to_string(PF_MAX_WORLD_HEIGHT) + ")");
 }
 
-// How a path is treated: a name with a printf frame number ("%04d") is a
-// sequence, a known video container extension a video, "null:" discards, any
-// other name a still.
+// How an output path is treated: a name with a printf frame number ("%04d")
+// is a sequence, "null:" discards, a name libavformat has a muxer for (other
+// than its image writer) a video, any other name a still.
 MediaKind mediaKind(const std::string& path);
+
+// How an input is read: sequences and "null:" by name, any other file by its
+// content: what libavformat's probe takes for a single image (and what it
+// does not recognise) is a still for OpenImageIO, everything else a video
+// (animated GIF and APNG included, with all their frames).
+MediaKind sourceKind(const std::string& path);
 
 // File `number` of a sequence pattern.
 std::string sequenceName(const std::string& pattern, long number);
@@ -60,6 +66,9 @@ class FrameSource {
   // The file's own rate, for videos.
   virtual std::optional<Rate> rate() const { return std::nullopt; }
   virtual std::optional<VideoTags> tags() const { return std::nullopt; }
+  // Each frame's presentation time in seconds from the first, for videos
+  // (variable-rate ones keep them); empty for stills and sequences.
+  virtual std::vector<double> frameTimes() const { return {}; }
   // Size of frame k without decoding it where the format allows.
   virtual std::pair<int, int> frameSize(int k) const = 0;
   virtual Picture read(int k) = 0;
@@ -85,6 +94,9 @@ struct SinkSettings {
   std::string codec;    // video: empty for the container's default
   int crf = 18;         // video: H.264/H.265 quality
   std::optional<VideoTags> tags;
+  // video: each written frame's time in seconds from the first written one,
+  // from a variable-rate input; empty writes frames at `rate`.
+  std::vector<double> frameTimes;
   // Audio to copy into a video output: the input file and the time range
   // (seconds) the written frames cover; empty path for none.
   std::string audioFrom;

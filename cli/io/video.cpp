@@ -9,6 +9,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -101,25 +102,29 @@ void setColorDetails(SwsContext* sws, AVPixelFormat src, AVPixelFormat dst, int 
   sws_setColorspaceDetails(sws, coeffs, srcRange, coeffs, dstRange, 0, 1 << 16, 1 << 16);
 }
 
+// A video packet as the index pass saw it: where a decode may start, and
+// which presentation times the stream holds.
+struct PacketInfo {
+  int64_t pts = AV_NOPTS_VALUE, dts = AV_NOPTS_VALUE, pos = -1;
+  bool key = false;
+};
+
+// Frames are named by their presentation timestamps, listed from a pass over
+// every packet at open: frame k is the k-th time, whatever the container's
+// start time, rate or reordering. A seek starts at a key frame at or before
+// the frame asked for and is checked by the packet it lands on; where it
+// lands elsewhere the file is decoded from its start. A frame is only ever
+// served by its own timestamp.
 class VideoSource : public FrameSource {
  public:
-  explicit VideoSource(const std::string& path) : path_(path), fmt_(openInput(path)) {
-    stream_ = av_find_best_stream(fmt_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (stream_ < 0) throw MediaError(path + ": has no video stream");
+  explicit VideoSource(const std::string& path) : path_(path) {
+    openDemuxer();
     AVStream* st = fmt_->streams[stream_];
-    const AVCodec* codec = avcodec_find_decoder(st->codecpar->codec_id);
-    if (!codec) throw MediaError(path + ": no decoder for its video codec");
-    dec_.reset(avcodec_alloc_context3(codec));
-    avcodec_parameters_to_context(dec_.get(), st->codecpar);
-    dec_->thread_count = 0;
-    int err = avcodec_open2(dec_.get(), codec, nullptr);
-    if (err < 0) throw MediaError(path + ": cannot open its decoder: " + avError(err));
     AVRational r = st->avg_frame_rate.num > 0 ? st->avg_frame_rate : st->r_frame_rate;
     if (r.num <= 0 || r.den <= 0) r = AVRational{30, 1};
     av_reduce(&r.num, &r.den, r.num, r.den, 1 << 30);
     rate_ = Rate{r.num, r.den};
     timeBase_ = st->time_base;
-    start_ = st->start_time != AV_NOPTS_VALUE ? st->start_time : 0;
     const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(st->codecpar->format));
     deep_ = desc && desc->comp[0].depth > 8;
     tags_.colorRange = st->codecpar->color_range;
@@ -135,18 +140,30 @@ class VideoSource : public FrameSource {
     width_ = st->codecpar->width;
     height_ = st->codecpar->height;
     checkSize(path, width_, height_);
-    frames_ = countFrames();
-    if (frames_ <= 0) throw MediaError(path + ": video stream has no frames");
     frame_.reset(av_frame_alloc());
     last_.reset(av_frame_alloc());
     packet_.reset(av_packet_alloc());
+    indexPackets();
+    const long announced = st->nb_frames;
+    trimToDecodable();
+    if (times_.empty()) throw MediaError(path + ": video stream has no frames that decode");
+    if (announced > static_cast<long>(times_.size()) || truncated_)
+      std::fprintf(stderr, "tesselux: warning: %s: the file ends early (truncated?); %d frames decode%s\n",
+                   path.c_str(), frameCount(),
+                   announced > 0 ? (" of the " + std::to_string(announced) + " its header announces").c_str() : "");
   }
 
-  int frameCount() const override { return frames_; }
+  int frameCount() const override { return static_cast<int>(times_.size()); }
   SampleType sampleType() const override { return deep_ ? SampleType::U16 : SampleType::U8; }
   std::optional<Rate> rate() const override { return rate_; }
   std::optional<VideoTags> tags() const override { return tags_; }
   std::pair<int, int> frameSize(int) const override { return {width_, height_}; }
+  std::vector<double> frameTimes() const override {
+    std::vector<double> t;
+    t.reserve(times_.size());
+    for (int64_t pts : times_) t.push_back(static_cast<double>(pts - times_.front()) * av_q2d(timeBase_));
+    return t;
+  }
 
   Picture read(int k) override {
     return readAs<Picture>(k, [this](const AVFrame* f) { return toPicture(f); }, nullptr);
@@ -160,82 +177,198 @@ class VideoSource : public FrameSource {
  private:
   static constexpr int kForwardWindow = 48;
 
-  // Frame k converted by `convert`; frames decoded on the way go to `side`.
-  template <typename Out, typename Convert>
-  Out readAs(int k, Convert convert, const std::function<void(int, Out&&)>* side) {
-    // Decoding forward is cheaper than a seek for frames a little ahead.
-    const bool ahead = next_ >= 0 && k >= next_ && k < next_ + kForwardWindow;
-    if (!ahead) seekTo(k);
-    for (int attempt = 0;; ++attempt) {
-      int index = -1;
-      while (decodeNext(index)) {
-        if (index == k) return convert(last_.get());
-        if (index > k) break;  // the seek landed past the frame: go back further
-        if (side && *side) (*side)(index, convert(last_.get()));
-      }
-      if (index < 0 || attempt == 3) {
-        // The stream ended first: its count was an estimate. Serve the last frame.
-        if (haveLast_) return convert(last_.get());
-        throw MediaError(path_ + ": cannot decode frame " + std::to_string(k));
-      }
-      seekTo(k - (attempt + 1) * 64);
-    }
+  void openDemuxer() {
+    fmt_ = openInput(path_);
+    stream_ = av_find_best_stream(fmt_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (stream_ < 0) throw MediaError(path_ + ": has no video stream");
+    AVStream* st = fmt_->streams[stream_];
+    const AVCodec* codec = avcodec_find_decoder(st->codecpar->codec_id);
+    if (!codec) throw MediaError(path_ + ": no decoder for its video codec");
+    dec_.reset(avcodec_alloc_context3(codec));
+    avcodec_parameters_to_context(dec_.get(), st->codecpar);
+    dec_->thread_count = 0;
+    int err = avcodec_open2(dec_.get(), codec, nullptr);
+    if (err < 0) throw MediaError(path_ + ": cannot open its decoder: " + avError(err));
+    eof_ = false;
+    next_ = 0;
+    skipUntil_.reset();
   }
 
-  int countFrames() {
-    AVStream* st = fmt_->streams[stream_];
-    if (st->nb_frames > 0) return static_cast<int>(st->nb_frames);
-    // No count in the header (Matroska and others): count the packets.
+  // Every packet of the stream, in file order; the presentation times of
+  // those the decoder keeps (edit lists mark the others discarded).
+  void indexPackets() {
     PacketPtr pkt(av_packet_alloc());
-    int n = 0;
-    while (av_read_frame(fmt_.get(), pkt.get()) >= 0) {
-      if (pkt->stream_index == stream_) ++n;
+    bool untimed = false;
+    int err = 0;
+    while ((err = av_read_frame(fmt_.get(), pkt.get())) >= 0) {
+      if (pkt->stream_index == stream_) {
+        PacketInfo p{pkt->pts, pkt->dts, pkt->pos, (pkt->flags & AV_PKT_FLAG_KEY) != 0};
+        if (p.pts == AV_NOPTS_VALUE) {
+          untimed = true;
+          p.pts = p.dts != AV_NOPTS_VALUE ? p.dts : packets_.empty() ? 0 : packets_.back().pts + 1;
+        }
+        packets_.push_back(p);
+        if (!(pkt->flags & AV_PKT_FLAG_DISCARD)) times_.push_back(p.pts);
+        if (pkt->flags & AV_PKT_FLAG_CORRUPT) truncated_ = true;
+      }
       av_packet_unref(pkt.get());
     }
-    av_seek_frame(fmt_.get(), stream_, start_, AVSEEK_FLAG_BACKWARD);
-    avcodec_flush_buffers(dec_.get());
-    return n;
+    if (err != AVERROR_EOF) truncated_ = true;
+    std::sort(times_.begin(), times_.end());
+    times_.erase(std::unique(times_.begin(), times_.end()), times_.end());
+    if (packets_.empty()) throw MediaError(path_ + ": video stream has no frames");
+    restart();
+    if (!untimed) return;
+    // Packets without presentation times (program streams give them to some
+    // only): the times are the ones a decode from the start gives.
+    times_.clear();
+    while (decodeNext()) times_.push_back(framePts(last_.get()));
+    std::sort(times_.begin(), times_.end());
+    times_.erase(std::unique(times_.begin(), times_.end()), times_.end());
+    restart();
   }
 
-  int indexOf(int64_t pts) const {
-    const double seconds = static_cast<double>(pts - start_) * av_q2d(timeBase_);
-    return static_cast<int>(std::llround(seconds * rate_.num / rate_.den));
+  // Keeps only the times a decode from the start shows: the first frame out
+  // (streams cut mid-GOP start later) and, from the last key frame on, those
+  // a damaged or cut tail still gives.
+  void trimToDecodable() {
+    int64_t first = AV_NOPTS_VALUE;
+    while (first == AV_NOPTS_VALUE && decodeNext()) first = framePts(last_.get());
+    if (first == AV_NOPTS_VALUE) {
+      times_.clear();
+      return;
+    }
+    times_.erase(times_.begin(), std::lower_bound(times_.begin(), times_.end(), first));
+    const PacketInfo* key = keyFor(times_.back());
+    std::vector<int64_t> seen;
+    if (key && positionAt(*key)) {
+      while (decodeNext()) seen.push_back(framePts(last_.get()));
+      const int64_t from = std::max(key->pts, first);
+      std::sort(seen.begin(), seen.end());
+      const size_t before = times_.size();
+      times_.erase(std::remove_if(times_.begin(), times_.end(),
+                                  [&](int64_t t) {
+                                    return t >= from && !std::binary_search(seen.begin(), seen.end(), t);
+                                  }),
+                   times_.end());
+      if (times_.size() != before) truncated_ = true;
+    }
+    restart();
   }
 
-  void seekTo(int k) {
-    if (k < 0) k = 0;
-    const int64_t ts = start_ + av_rescale_q(k, AVRational{rate_.den, rate_.num}, timeBase_);
-    int err = av_seek_frame(fmt_.get(), stream_, ts, AVSEEK_FLAG_BACKWARD);
-    if (err < 0) av_seek_frame(fmt_.get(), stream_, start_, AVSEEK_FLAG_BACKWARD);
+  // The key packet with the latest time not after t: frames shown from it on
+  // need nothing decoded before it.
+  const PacketInfo* keyFor(int64_t t) const {
+    const PacketInfo* best = nullptr;
+    for (const PacketInfo& p : packets_)
+      if (p.key && p.pts <= t && (!best || p.pts > best->pts)) best = &p;
+    return best;
+  }
+
+  // The demuxer and decoder back at the file's start, exactly.
+  void restart() {
+    if (!(fmt_->iformat->flags & AVFMT_NOFILE) && fmt_->pb && (fmt_->pb->seekable & AVIO_SEEKABLE_NORMAL) &&
+        !packets_.empty() && positionAt(packets_.front()))
+      return;
+    openDemuxer();  // no seek back to the first packet: open the file again
+  }
+
+  // Seeks so that the next packet of the stream read is `key`; false where
+  // the container's seek cannot get there exactly.
+  bool positionAt(const PacketInfo& key) {
     avcodec_flush_buffers(dec_.get());
     eof_ = false;
     next_ = -1;
+    if (key.dts != AV_NOPTS_VALUE &&
+        av_seek_frame(fmt_.get(), stream_, key.dts, AVSEEK_FLAG_BACKWARD) >= 0 && landsOn(key))
+      return true;
+    if (key.pos >= 0 && !(fmt_->iformat->flags & AVFMT_NO_BYTE_SEEK) &&
+        av_seek_frame(fmt_.get(), stream_, key.pos, AVSEEK_FLAG_BYTE) >= 0 && landsOn(key))
+      return true;
+    return false;
+  }
+
+  // Reads up to the key packet (kept for decodeNext to send first); false
+  // when the stream passes it first.
+  bool landsOn(const PacketInfo& key) {
+    avcodec_flush_buffers(dec_.get());
+    for (int n = 0; n < 4096; ++n) {
+      if (av_read_frame(fmt_.get(), packet_.get()) < 0) return false;
+      if (packet_->stream_index != stream_) {
+        av_packet_unref(packet_.get());
+        continue;
+      }
+      const bool same = (key.pos >= 0 && packet_->pos == key.pos) ||
+                        (key.pos < 0 && packet_->dts == key.dts && packet_->pts == key.pts);
+      const bool past = packet_->dts != AV_NOPTS_VALUE && key.dts != AV_NOPTS_VALUE && packet_->dts > key.dts;
+      if (same) {
+        skipUntil_ = PacketPtr(av_packet_clone(packet_.get()));
+        av_packet_unref(packet_.get());
+        next_ = 0;
+        return true;
+      }
+      av_packet_unref(packet_.get());
+      if (past) return false;
+    }
+    return false;
+  }
+
+  int indexOf(int64_t pts) const {
+    auto it = std::lower_bound(times_.begin(), times_.end(), pts);
+    return it != times_.end() && *it == pts ? static_cast<int>(it - times_.begin()) : -1;
+  }
+
+  static int64_t framePts(const AVFrame* f) {
+    return f->pts != AV_NOPTS_VALUE ? f->pts : f->best_effort_timestamp;
+  }
+
+  // Frame k converted by `convert`; frames decoded on the way go to `side`.
+  template <typename Out, typename Convert>
+  Out readAs(int k, Convert convert, const std::function<void(int, Out&&)>* side) {
+    const int64_t target = times_[static_cast<size_t>(k)];
+    // Decoding forward is cheaper than a seek for frames a little ahead.
+    const bool ahead = next_ >= 0 && k >= next_ && k < next_ + kForwardWindow;
+    if (!ahead) {
+      const PacketInfo* key = keyFor(target);
+      if (!key || !positionAt(*key)) restart();
+    }
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      while (decodeNext()) {
+        const int64_t pts = framePts(last_.get());
+        const int index = indexOf(pts);
+        if (index < 0) continue;
+        next_ = index + 1;
+        if (pts == target) return convert(last_.get());
+        if (pts > target) break;
+        if (side && *side) (*side)(index, convert(last_.get()));
+      }
+      restart();  // the frame did not come from there: decode from the start
+    }
+    throw MediaError(path_ + ": frame " + std::to_string(k) + " does not decode");
   }
 
   // Decodes the next frame in presentation order into last_; false at the end.
-  bool decodeNext(int& index) {
+  bool decodeNext() {
     for (;;) {
       int err = avcodec_receive_frame(dec_.get(), frame_.get());
       if (err == 0) {
-        int64_t pts = frame_->best_effort_timestamp;
-        if (pts == AV_NOPTS_VALUE) pts = frame_->pts;
-        index = pts == AV_NOPTS_VALUE ? next_ : indexOf(pts);
-        if (index < 0) index = 0;
         if (frame_->width <= 0 || frame_->height <= 0) {
           av_frame_unref(frame_.get());
           throw MediaError(path_ + ": a decoded frame has no pixels");
         }
         av_frame_unref(last_.get());
         av_frame_move_ref(last_.get(), frame_.get());
-        haveLast_ = true;
-        next_ = index + 1;
         return true;
       }
       if (err == AVERROR_EOF) return false;
+      // A damaged frame is left out and decoding goes on, as ffmpeg does.
+      if (err == AVERROR_INVALIDDATA) continue;
       if (err != AVERROR(EAGAIN)) throw MediaError(path_ + ": decoding failed: " + avError(err));
       if (eof_) return false;
-      err = av_read_frame(fmt_.get(), packet_.get());
-      if (err < 0) {
+      if (skipUntil_) {
+        av_packet_move_ref(packet_.get(), skipUntil_.get());
+        skipUntil_.reset();
+      } else if (av_read_frame(fmt_.get(), packet_.get()) < 0) {
         eof_ = true;
         avcodec_send_packet(dec_.get(), nullptr);
         continue;
@@ -306,14 +439,16 @@ class VideoSource : public FrameSource {
   int stream_ = -1;
   Rate rate_;
   AVRational timeBase_{1, 1};
-  int64_t start_ = 0;
   bool deep_ = false;
   VideoTags tags_;
-  int width_ = 0, height_ = 0, frames_ = 0;
-  int next_ = -1;  // index the decoder produces next; -1 after a seek
+  int width_ = 0, height_ = 0;
+  int next_ = -1;  // index the decoder produces next; -1 while unknown
   bool eof_ = false;
-  FramePtr last_;  // the frame decoded last, served again when a stream ends early
-  bool haveLast_ = false;
+  FramePtr last_;  // the frame decoded last
+  std::vector<PacketInfo> packets_;  // the stream's packets in file order
+  std::vector<int64_t> times_;       // frame k's presentation time, ascending
+  PacketPtr skipUntil_;              // the packet a seek landed on, sent first
+  bool truncated_ = false;
 };
 
 // The encoders a container gets by default, and their pixel formats.
@@ -335,6 +470,35 @@ bool supports(const AVCodec* codec, AVPixelFormat f) {
   return false;
 }
 
+// The video encoder a container gets without --codec: ffmpeg's choice
+// (H.264 where it is the muxer's, VP9 for WebM, raw frames for y4m, a GIF),
+// except ProRes 4444 for .mov and FFV1 for .mkv, which keep alpha and depth.
+std::string defaultCodec(const std::string& ext, const AVOutputFormat* muxer) {
+  if (ext == ".mov") return "prores_ks";
+  if (ext == ".mkv") return "ffv1";
+  if (ext == ".webm") return "libvpx-vp9";
+  if (ext == ".y4m") return "wrapped_avframe";
+  const AVCodecID id = muxer ? muxer->video_codec : AV_CODEC_ID_NONE;
+  if (id == AV_CODEC_ID_NONE || id == AV_CODEC_ID_H264) return "libx264";
+  const AVCodec* codec = avcodec_find_encoder(id);
+  return codec ? codec->name : "libx264";
+}
+
+// 4:2:0 and 4:2:2 keep one chroma sample per 2 pixels: refuse sizes they
+// cannot hold with the cause and the ways out, before the encoder's own
+// "Generic error".
+void checkChromaFit(const std::string& path, const std::string& codec, AVPixelFormat f, int width, int height) {
+  const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(f);
+  if (!d) return;
+  const bool oddW = d->log2_chroma_w > 0 && width % 2 != 0, oddH = d->log2_chroma_h > 0 && height % 2 != 0;
+  if (!oddW && !oddH) return;
+  throw MediaError(path + ": the frames are " + std::to_string(width) + " x " + std::to_string(height) + ", but " +
+                   codec + " writes " + av_get_pix_fmt_name(f) + ", which needs an even " +
+                   (oddW && oddH ? "width and height" : oddW ? "width" : "height") +
+                   "; crop or scale the input to an even size, or write .mkv (FFV1) or .mov (ProRes 4444), "
+                   "which keep any size");
+}
+
 class VideoSink : public FrameSink {
   struct PreparedFrame : Prepared {
     FramePtr frame;
@@ -354,15 +518,18 @@ class VideoSink : public FrameSink {
     const std::string ext = lowerExt(s.path);
     const bool deep = s.depth != thost::Depth::Bits8;
     std::string codecName = s.codec;
-    if (codecName.empty()) codecName = ext == ".mov" ? "prores_ks" : ext == ".mkv" ? "ffv1" : "libx264";
+    if (codecName.empty()) codecName = defaultCodec(ext, oc_->oformat);
     const AVCodec* codec = avcodec_find_encoder_by_name(codecName.c_str());
     if (!codec) throw MediaError("--codec: no encoder named '" + codecName + "'");
     if (codec->type != AVMEDIA_TYPE_VIDEO) throw MediaError("--codec: '" + codecName + "' is not a video encoder");
 
     // What the encoder is fed: straight RGBA, 16-bit where the codec keeps more than 8 bits.
     AVPixelFormat pixfmt = AV_PIX_FMT_NONE;
-    if (codecName == "libx264" || codecName == "libx265") {
+    if (codecName == "libx264" || codecName == "libx265" || codecName == "libvpx-vp9" || codecName == "libvpx") {
       pixfmt = AV_PIX_FMT_YUV420P;
+      deepInput_ = false;
+    } else if ((codec->id == AV_CODEC_ID_RAWVIDEO || codec->id == AV_CODEC_ID_WRAPPED_AVFRAME) && !codec->pix_fmts) {
+      pixfmt = AV_PIX_FMT_YUV420P;  // what y4m players take, as ffmpeg writes it
       deepInput_ = false;
     } else if (codec->id == AV_CODEC_ID_PRORES) {
       pixfmt = AV_PIX_FMT_YUVA444P10LE;
@@ -462,7 +629,7 @@ class VideoSink : public FrameSink {
     if (!opened_) open(f->width, f->height);
     if (f->width != width_ || f->height != height_)
       throw MediaError(s_.path + ": frames differ in size; a video needs one size (write an image sequence)");
-    f->pts = pts_++;
+    f->pts = nextPts();
     encode(f);
   }
 
@@ -538,18 +705,42 @@ class VideoSink : public FrameSink {
       const int srcStride[4] = {static_cast<int>(rowBytes), 0, 0, 0};
       sws_scale(sws_.get(), srcData, srcStride, 0, height_, frame->data, frame->linesize);
     }
-    frame->pts = pts_++;
+    frame->pts = nextPts();
     encode(frame);
   }
 
+  // Frame times are kept where the input's are not on its average rate's
+  // grid (variable frame rate) and the encoder and container hold any time;
+  // elsewhere frames follow one another at the rate.
+  bool keepsTimes() const {
+    const auto& t = s_.frameTimes;
+    if (t.size() < 2 || (oc_->oformat->flags & AVFMT_NOTIMESTAMPS)) return false;
+    const std::string name = codec_->name;
+    if (name != "libx264" && name != "libx265" && name != "libvpx-vp9" && name != "libvpx" && name != "ffv1" &&
+        name != "prores_ks")
+      return false;
+    const double step = static_cast<double>(s_.rate.den) / s_.rate.num;
+    for (size_t i = 0; i < t.size(); ++i)
+      if (std::fabs(t[i] - static_cast<double>(i) * step) > step / 4) return true;
+    return false;
+  }
+
+  int64_t nextPts() {
+    const int64_t i = pts_++;
+    if (!timed_ || i >= static_cast<int64_t>(s_.frameTimes.size())) return i;
+    return std::llround(s_.frameTimes[static_cast<size_t>(i)] * kTimedScale);
+  }
+
   void open(int width, int height) {
+    checkChromaFit(s_.path, codec_->name, pixfmt_, width, height);
     width_ = width;
     height_ = height;
     AVCodecContext* c = enc_.get();
     c->width = width;
     c->height = height;
     c->pix_fmt = pixfmt_;
-    c->time_base = AVRational{s_.rate.den, s_.rate.num};
+    timed_ = keepsTimes();
+    c->time_base = timed_ ? AVRational{1, kTimedScale} : AVRational{s_.rate.den, s_.rate.num};
     c->framerate = AVRational{s_.rate.num, s_.rate.den};
     c->thread_count = 0;
     const VideoTags t = s_.tags.value_or(VideoTags{});
@@ -609,7 +800,13 @@ class VideoSink : public FrameSink {
     for (unsigned i = 0; i < in->nb_streams; ++i) {
       AVStream* ist = in->streams[i];
       if (ist->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
-      if (avformat_query_codec(oc_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) continue;
+      if (avformat_query_codec(oc_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
+        // Not re-encoded yet: say so rather than lose it unnoticed.
+        std::fprintf(stderr, "tesselux: warning: %s: audio stream %u (%s) cannot go into this container and is "
+                     "left out; write .mkv to keep it\n", s_.path.c_str(), i,
+                     avcodec_get_name(ist->codecpar->codec_id));
+        continue;
+      }
       AVStream* ost = avformat_new_stream(oc_, nullptr);
       if (!ost) continue;
       avcodec_parameters_copy(ost->codecpar, ist->codecpar);
@@ -681,6 +878,8 @@ class VideoSink : public FrameSink {
   bool deepInput_ = false;
   int width_ = 0, height_ = 0;
   int64_t pts_ = 0;
+  static constexpr int kTimedScale = 90000;  // ticks a second of kept frame times
+  bool timed_ = false;
   bool opened_ = false, committed_ = false;
   FormatPtr audioIn_;
   std::vector<int> audioMap_;
@@ -689,6 +888,32 @@ class VideoSink : public FrameSink {
 };
 
 }  // namespace
+
+bool videoMuxerFor(const std::string& path) {
+  const AVOutputFormat* f = av_guess_format(nullptr, path.c_str(), nullptr);
+  if (!f) return false;
+  const std::string name = f->name;
+  return name != "image2" && name != "image2pipe" && name != "apng";
+}
+
+std::optional<bool> stillByContent(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) return std::nullopt;
+  std::vector<uint8_t> head(65536 + AVPROBE_PADDING_SIZE, 0);
+  const size_t got = std::fread(head.data(), 1, 65536, file);
+  std::fclose(file);
+  if (got == 0) return std::nullopt;
+  AVProbeData pd{};
+  pd.filename = "";  // by content alone
+  pd.buf = head.data();
+  pd.buf_size = static_cast<int>(got);
+  int score = 0;
+  const AVInputFormat* f = av_probe_input_format3(&pd, 1, &score);
+  if (!f) return true;  // not media libavformat knows: OpenImageIO may
+  const std::string name = f->name;
+  const bool image = name.size() > 5 && name.compare(name.size() - 5, 5, "_pipe") == 0;
+  return image || name == "image2";
+}
 
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path) {
   av_log_set_level(AV_LOG_QUIET);  // failures come back as one line of ours
