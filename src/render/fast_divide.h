@@ -39,19 +39,31 @@ inline FastDivisor makeDivisor(uint32_t d) {
   return f;
 }
 
+// The high 64 bits of a 64 x 64-bit product from four 32 x 32-bit ones, for
+// compilers without a 128-bit integer; a test checks it against the native one.
+inline uint64_t mulHigh64Portable(uint64_t a, uint64_t b) {
+  const uint64_t aLo = a & 0xFFFFFFFFu, aHi = a >> 32, bLo = b & 0xFFFFFFFFu, bHi = b >> 32;
+  const uint64_t lo = aLo * bLo, mid1 = aHi * bLo, mid2 = aLo * bHi;
+  const uint64_t carry = ((lo >> 32) + (mid1 & 0xFFFFFFFFu) + (mid2 & 0xFFFFFFFFu)) >> 32;
+  return aHi * bHi + (mid1 >> 32) + (mid2 >> 32) + carry;
+}
+
 #if defined(__SIZEOF_INT128__)
+inline uint64_t mulHigh64(uint64_t a, uint64_t b) {
+  return static_cast<uint64_t>((static_cast<unsigned __int128>(a) * b) >> 64);
+}
+#else
+inline uint64_t mulHigh64(uint64_t a, uint64_t b) { return mulHigh64Portable(a, b); }
+#endif
+
 inline uint32_t fastMod(uint32_t n, const FastDivisor& f) {
   const uint64_t low = f.c * n;  // the fraction n / d, in 64 bits
-  return static_cast<uint32_t>((static_cast<unsigned __int128>(low) * f.d) >> 64);
+  return static_cast<uint32_t>(mulHigh64(low, f.d));
 }
 inline uint32_t fastDiv(uint32_t n, const FastDivisor& f) {
   if (f.d == 1) return n;  // c wrapped to 0
-  return static_cast<uint32_t>((static_cast<unsigned __int128>(f.c) * n) >> 64);
+  return static_cast<uint32_t>(mulHigh64(f.c, n));
 }
-#else
-inline uint32_t fastMod(uint32_t n, const FastDivisor& f) { return n % f.d; }
-inline uint32_t fastDiv(uint32_t n, const FastDivisor& f) { return n / f.d; }
-#endif
 
 #if TESSELUX_AVX2
 // n / d in each of eight lanes, by the 32-bit form above.

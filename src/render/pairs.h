@@ -46,11 +46,8 @@ inline ShuffleSetup makeShuffleSetup(A_long columns, A_long rows, bool partialW,
   return s;
 }
 
-#if defined(__GNUC__)
-#define TESSELUX_ALWAYS_INLINE inline __attribute__((always_inline))
-#else
-#define TESSELUX_ALWAYS_INLINE inline
-#endif
+// Compilers that do not know the attribute ignore it.
+#define TESSELUX_ALWAYS_INLINE [[gnu::always_inline]] inline
 
 // Steps 1 to 4 of an attempt: three draws of the shuffle stream make a pair.
 // A block of a partial last column or row stays in it; full blocks never

@@ -56,6 +56,27 @@ TEST(FastDivide, EdgeNumeratorsAndDivisors) {
       expectExact(n, d);
 }
 
+// The product that compilers without a 128-bit integer use, against the
+// 128-bit product, at the carries' edges and on random operands.
+TEST(FastDivide, PortableHighProductMatchesNative) {
+#if defined(__SIZEOF_INT128__)
+  auto native = [](uint64_t a, uint64_t b) {
+    return static_cast<uint64_t>((static_cast<unsigned __int128>(a) * b) >> 64);
+  };
+  const uint64_t edges[] = {0, 1, 2, 0xFFFFFFFFu, 0x100000000u, 0x100000001u, 0x7FFFFFFFFFFFFFFFu,
+                            0x8000000000000000u, 0xFFFFFFFF00000000u, 0xFFFFFFFFFFFFFFFEu, 0xFFFFFFFFFFFFFFFFu};
+  for (uint64_t a : edges)
+    for (uint64_t b : edges) ASSERT_EQ(tesselux_kernel::mulHigh64Portable(a, b), native(a, b)) << a << " * " << b;
+  std::mt19937_64 rng(11);
+  for (int i = 0; i < 1000000; ++i) {
+    const uint64_t a = rng(), b = rng() >> (i % 64);
+    ASSERT_EQ(tesselux_kernel::mulHigh64Portable(a, b), native(a, b)) << a << " * " << b;
+  }
+#else
+  GTEST_SKIP() << "no 128-bit integer to check against";
+#endif
+}
+
 #if TESSELUX_AVX2
 TEST(FastDivideLanes, EdgeNumeratorsAndDivisors) {
   if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
