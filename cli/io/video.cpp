@@ -897,6 +897,9 @@ bool videoMuxerFor(const std::string& path) {
 }
 
 std::optional<bool> stillByContent(const std::string& path) {
+  // OpenImageIO may hand a still it cannot read to its FFmpeg reader next,
+  // whose log would add lines to our one error line.
+  av_log_set_level(AV_LOG_QUIET);
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (!file) return std::nullopt;
   std::vector<uint8_t> head(65536 + AVPROBE_PADDING_SIZE, 0);
