@@ -1,37 +1,9 @@
-// The table of controls, their stable ids, and the id-to-index map.
+// Registration of the controls of params/control_table.h with the host, and
+// the id-to-index map.
 #pragma once
 
 #include "aesdk/aesdk.h"
-
-// Stable control ids (PF_ParamDef::uu.id). Code finds controls by id, never by position.
-enum ParamId {
-  ID_CHANNELS = 1,
-  ID_BLOCK_WIDTH = 2,
-  ID_BLOCK_HEIGHT = 3,
-  ID_SHUFFLE_STRENGTH = 4,
-  ID_SHUFFLE_SPREAD = 5,
-  ID_SHUFFLE_DIRECTION = 6,
-  ID_SHUFFLE_SEED = 7,
-  ID_HEADER_IMAGE = 8,
-  ID_TIME_FRAMES = 9,
-  ID_TIME_PROBABILITY = 10,
-  ID_STEPPING_UNIT = 11,
-  ID_TIME_STEP_SECONDS = 12,
-  ID_TIME_STEP_FRAMES = 13,
-  ID_EDGE_TIME_MODE = 14,
-  ID_TIME_SEED = 15,
-  ID_EXCLUSIVE_MODE = 16,
-  ID_TIME_GROUP_START = 17,
-  ID_TIME_GROUP_END = 18,
-  ID_MASK_SOURCE = 19,
-  ID_MASK_INTENSITY = 20,
-  ID_MASK_TYPE = 21,
-  ID_MASK_SEED = 22,
-  ID_MASK_GROUP_START = 23,
-  ID_MASK_GROUP_END = 24,
-  ID_COMPOSITE_ON_ORIGINAL = 25,
-  ID_ALIGN_BUTTON = 26
-};
+#include "params/control_table.h"
 
 // Width and height of the header image control and of its picture.
 enum { HEADER_IMAGE_WIDTH = 320, HEADER_IMAGE_HEIGHT = 17 };
