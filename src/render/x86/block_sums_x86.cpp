@@ -254,7 +254,7 @@ namespace {
 // step, a last step of four with the upper half zero, single pixels after
 // that straight into the totals.
 TESSELUX_AVX2_INLINE void addRunAvx2(const unsigned char* p, A_long cols, __m256i& a16, __m256i& r16,
-                                        uint64_t* sums) {
+                                     uint64_t* sums) {
   const __m256i low = _mm256_set1_epi16(0x00FF);
   A_long x = 0;
   for (; x + 8 <= cols; x += 8) {

@@ -1,7 +1,8 @@
 // The x86 versions of the renderer's inner loops (see dsp.h): SSE2, which
 // every x86-64 processor has, and AVX2, compiled with the target attribute
-// so that the plug-in still loads on processors without it. Only the table
-// (dsp_init_x86.cpp) and the tests call them by name.
+// so that the plug-in still loads on processors without it. Only the x86
+// part of the table's init (dsp_init_x86.cpp) names them; everything else
+// reaches them through the table.
 #pragma once
 
 #include "render/dsp.h"
