@@ -1,3 +1,6 @@
+// The renderer's table of inner-loop versions: the processor's flags, the
+// portable table with the x86 versions laid over it, and the process's own
+// table, made once.
 #include "render/dsp.h"
 
 #include "render/block_pass.h"

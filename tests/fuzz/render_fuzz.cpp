@@ -6,7 +6,8 @@
 // output's row padding are left alone and that a second render of the same
 // frame gives the same bytes, also when it takes the band copy of large
 // frames, and also through the portable versions of the inner loops (and,
-// on x86, the SSE2 ones) instead of the widest the processor has.
+// for half the inputs, the SSE2 ones) instead of the widest the processor
+// has.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -243,7 +244,10 @@ int renderOne(const uint8_t* data, size_t size_) {
   if (renderAgain(ForcedPass::chosen, &portable) != output.bytes) fail("the portable versions render other bytes");
   if (renderAgain(ForcedPass::streamed, &portable) != output.bytes)
     fail("the portable streamed pass renders other bytes");
-  if (renderAgain(ForcedPass::chosen, &sse2) != output.bytes) fail("the SSE2 versions render other bytes");
+  // Inputs of odd length also try the SSE2 versions (picked by length, so
+  // that no input byte changes meaning): a render each is the fuzzer's
+  // throughput, and the render tests check those versions on every run.
+  if (size_ % 2 && renderAgain(ForcedPass::chosen, &sse2) != output.bytes) fail("the SSE2 versions render other bytes");
   return 0;
 }
 
