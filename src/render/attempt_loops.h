@@ -36,7 +36,8 @@ inline A_u_long& destinationOf(A_u_long& r) { return r; }
 // with small blocks the records far exceed the caches and land anywhere,
 // and this keeps that many misses in flight.
 template <int kMask, bool kFlag, bool kTime, typename Rec>
-void attemptLoop(Rec* rec, long long attempts, const ShuffleSetup& s, const Decisions& d, Streams& st) {
+void attemptLoop(Rec* rec, long long attempts, const ShuffleSetup& s, const Decisions& d, Streams& st,
+                 const KernelDsp& dsp) {
   static_assert(std::is_same<Rec, BlockRecord>::value || (kMask == -1 && !kFlag && !kTime),
                 "an array of destinations serves only attempts that only swap");
   constexpr long long kChunk = 1024;
@@ -47,8 +48,8 @@ void attemptLoop(Rec* rec, long long attempts, const ShuffleSetup& s, const Deci
   const A_u_short I = d.intensity;
   for (long long c0 = 0; c0 < attempts; c0 += kChunk) {
     const long long n = attempts - c0 < kChunk ? attempts - c0 : kChunk;
-    z_fill(&sw, &sz, draws, static_cast<size_t>(3 * n));
-    pairsFromDraws(s, draws, pairs, n);
+    z_fill(&sw, &sz, draws, static_cast<size_t>(3 * n), dsp.zChains);
+    dsp.pairsFromDraws(s, draws, pairs, n);
     for (long long t = 0; t < n && t < kAhead; ++t) {
       __builtin_prefetch(rec + pairs[t][0], 1);
       __builtin_prefetch(rec + pairs[t][1], 1);
@@ -112,13 +113,13 @@ void attemptLoop(Rec* rec, long long attempts, const ShuffleSetup& s, const Deci
 
 template <int kMask>
 void attemptLoopFor(bool flag, bool time, BlockRecord* rec, long long attempts, const ShuffleSetup& s,
-                    const Decisions& d, Streams& st) {
+                    const Decisions& d, Streams& st, const KernelDsp& dsp) {
   if (flag) {
-    if (time) attemptLoop<kMask, true, true>(rec, attempts, s, d, st);
-    else attemptLoop<kMask, true, false>(rec, attempts, s, d, st);
+    if (time) attemptLoop<kMask, true, true>(rec, attempts, s, d, st, dsp);
+    else attemptLoop<kMask, true, false>(rec, attempts, s, d, st, dsp);
   } else {
-    if (time) attemptLoop<kMask, false, true>(rec, attempts, s, d, st);
-    else attemptLoop<kMask, false, false>(rec, attempts, s, d, st);
+    if (time) attemptLoop<kMask, false, true>(rec, attempts, s, d, st, dsp);
+    else attemptLoop<kMask, false, false>(rec, attempts, s, d, st, dsp);
   }
 }
 
@@ -130,13 +131,13 @@ void attemptLoopFor(bool flag, bool time, BlockRecord* rec, long long attempts, 
 // array is the block pass's scratch, which it overwrites afterwards; without
 // scratch memory the records serve.
 inline void swapOnly(BlockRecord* rec, A_u_long* dest, size_t n, long long attempts, const ShuffleSetup& s,
-                     const Decisions& d, Streams& st) {
+                     const Decisions& d, Streams& st, const KernelDsp& dsp) {
   if (!dest) {
-    attemptLoop<-1, false, false>(rec, attempts, s, d, st);
+    attemptLoop<-1, false, false>(rec, attempts, s, d, st, dsp);
     return;
   }
   for (size_t i = 0; i < n; ++i) dest[i] = rec[i].idx;
-  attemptLoop<-1, false, false>(dest, attempts, s, d, st);
+  attemptLoop<-1, false, false>(dest, attempts, s, d, st, dsp);
   for (size_t i = 0; i < n; ++i) rec[i].idx = dest[i];
 }
 

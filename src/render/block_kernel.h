@@ -17,7 +17,7 @@
 #include "render/attempt_loops.h"
 #include "render/block_pass.h"
 #include "render/block_sums.h"
-#include "render/cpu_features.h"
+#include "render/dsp.h"
 #include "render/fast_divide.h"
 #include "render/kernel_types.h"
 #include "render/mask_values.h"
@@ -111,7 +111,7 @@ inline ScratchLayout scratchLayout(size_t m, const Grid& g, A_long nframes) {
 // The swap attempts: how many there are, and the loop that runs them for the
 // mask type, intensity, flagging and timing at hand. Returns the count.
 inline long long runAttempts(const KernelInput& in, const Grid& g, A_long nframes, BlockRecord* rec, size_t n,
-                             void* scratch, Streams& st) {
+                             void* scratch, Streams& st, const KernelDsp& dsp) {
   // Strength times block count passes 2^31 on large frames with 1-pixel
   // blocks, so the attempt count is computed in 64 bits.
   const long long weighted = static_cast<long long>(in.strength) * g.blocks;
@@ -139,15 +139,15 @@ inline long long runAttempts(const KernelInput& in, const Grid& g, A_long nframe
   if (!knownType) {
     z_skip(&st.sw, &st.sz, 3 * count);
   } else if (I == 0) {
-    if (!flagging && !timing) swapOnly(rec, static_cast<A_u_long*>(scratch), n, attempts, s, d, st);
-    else attemptLoopFor<-1>(flagging, timing, rec, attempts, s, d, st);
+    if (!flagging && !timing) swapOnly(rec, static_cast<A_u_long*>(scratch), n, attempts, s, d, st, dsp);
+    else attemptLoopFor<-1>(flagging, timing, rec, attempts, s, d, st, dsp);
     if (in.maskType != 0) z_skip(&st.mw, &st.mz, 2 * count);
   } else if (in.maskType == 0) {
-    attemptLoopFor<0>(flagging, timing, rec, attempts, s, d, st);
+    attemptLoopFor<0>(flagging, timing, rec, attempts, s, d, st, dsp);
   } else if (in.maskType == 1) {
-    attemptLoopFor<1>(flagging, timing, rec, attempts, s, d, st);
+    attemptLoopFor<1>(flagging, timing, rec, attempts, s, d, st, dsp);
   } else {
-    attemptLoopFor<2>(flagging, timing, rec, attempts, s, d, st);
+    attemptLoopFor<2>(flagging, timing, rec, attempts, s, d, st, dsp);
   }
   // Without time draws the time stream still ends four steps per attempt on.
   if (!timing || !knownType) z_skip(&st.tw, &st.tz, 4 * count);
@@ -157,7 +157,8 @@ inline long long runAttempts(const KernelInput& in, const Grid& g, A_long nframe
 // The block pass's sources: entry 0 is the input, entries 1..nframes the
 // time frames, each with its own stride in bytes.
 template <typename T>
-BlockPass makeBlockPass(const KernelInput& in, const Grid& g, A_long nframes, const BlockRecord* rec) {
+BlockPass makeBlockPass(const KernelInput& in, const Grid& g, A_long nframes, const BlockRecord* rec,
+                        const KernelDsp& dsp) {
   BlockPass pass;
   pass.sources[0] = in.inData;
   pass.strides[0] = in.inRowbytes;
@@ -170,6 +171,7 @@ BlockPass makeBlockPass(const KernelInput& in, const Grid& g, A_long nframes, co
   pass.channel = in.channel;
   pass.rec = rec;
   pass.byColumns = makeDivisor(static_cast<uint32_t>(g.columns ? g.columns : 1));
+  pass.dsp = &dsp;
   return pass;
 }
 
@@ -186,17 +188,18 @@ inline void prefillOutput(const KernelInput& in, const Grid& g, size_t rowBytes)
   }
 }
 
-// Draws the blocks: the streamed pass for large whole-pixel composites on
-// AVX2, else the row-ordered pass (as a band copy above its threshold), and
-// the block-ordered pass when there is no scratch memory. Frees the scratch.
+// Draws the blocks: the streamed pass for large whole-pixel composites where
+// the table streams, else the row-ordered pass (as a band copy above its
+// threshold), and the block-ordered pass when there is no scratch memory.
+// Frees the scratch.
 template <typename T>
 void runBlockPass(const KernelInput& in, const Grid& g, const BlockPass& pass, A_long nframes, void* scratch,
                   const ScratchLayout& layout, const RenderHooks* hooks) {
   const bool composite = in.composite != 0;
   const size_t frameBytes = static_cast<size_t>(g.width) * 4 * sizeof(T) * static_cast<size_t>(g.height);
   const bool streaming =
-      TESSELUX_AVX2 && composite && in.channel == 0 && scratch && cpuHasAvx2() &&
-      frameBytes >= (hooks && hooks->streamingMinBytes ? hooks->streamingMinBytes : kStreamingMinBytes);
+      composite && in.channel == 0 && scratch &&
+      frameBytes >= (hooks && hooks->streamingMinBytes ? hooks->streamingMinBytes : pass.dsp->streamingMinBytes);
   const bool bandCopy = !streaming && composite && in.channel == 0 &&
                         frameBytes >= (hooks && hooks->bandCopyMinBytes ? hooks->bandCopyMinBytes : kBandCopyMinBytes);
   if (!scratch) {
@@ -207,12 +210,9 @@ void runBlockPass(const KernelInput& in, const Grid& g, const BlockPass& pass, A
   A_u_long* drawnAt = reinterpret_cast<A_u_long*>(base);
   A_u_char* frameAt = nframes ? base + layout.frameAtOffset : nullptr;
   Run* runs = reinterpret_cast<Run*>(base + layout.runsOffset);
-#if TESSELUX_AVX2
   static_assert(sizeof(SourceRun) <= sizeof(Run) && alignof(SourceRun) <= alignof(Run), "runs share scratch");
   if (streaming) blockPassStreamed<T>(g, pass, reinterpret_cast<SourceRun*>(runs));
-  else
-#endif
-    blockPassByRows<T>(g, pass, composite, bandCopy, drawnAt, frameAt, runs);
+  else blockPassByRows<T>(g, pass, composite, bandCopy, drawnAt, frameAt, runs);
   free(scratch);
 }
 
@@ -246,6 +246,7 @@ template <class Tr>
 void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   typedef typename Tr::Channel T;
   const RenderAllocator* allocator = hooks ? &hooks->allocator : nullptr;
+  const KernelDsp& dsp = hooks && hooks->dsp ? *hooks->dsp : kernelDsp();
   const Grid g = makeGrid(in);
   const size_t rowBytes = static_cast<size_t>(g.width) * 4 * sizeof(T);
 
@@ -262,7 +263,7 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
     return;
   }
   initRecords(rec, g, in.composite != 0);
-  if (in.intensity != 0) computeMaskValues<Tr>(rec, g, in);
+  if (in.intensity != 0) computeMaskValues<Tr>(rec, g, in, dsp);
 
   A_long nframes = in.nframes < 0 ? 0 : in.nframes;
   if (nframes > MAX_TIME_FRAMES) nframes = MAX_TIME_FRAMES;  // frame entries index the pass's table
@@ -277,9 +278,9 @@ void runBlockKernel(const KernelInput& in, const RenderHooks* hooks) {
   z_seed(&st.sw, &st.sz, in.shuffleSeed);
   z_seed(&st.tw, &st.tz, in.timeSeed);
   z_seed(&st.mw, &st.mz, in.maskSeed);
-  const long long attempts = runAttempts(in, g, nframes, rec, n, scratch, st);
+  const long long attempts = runAttempts(in, g, nframes, rec, n, scratch, st, dsp);
 
-  const BlockPass pass = makeBlockPass<T>(in, g, nframes, rec);
+  const BlockPass pass = makeBlockPass<T>(in, g, nframes, rec, dsp);
   prefillOutput(in, g, rowBytes);
   runBlockPass<T>(in, g, pass, nframes, scratch, layout, hooks);
   if (hooks && hooks->observe) snapshotKernel(hooks, in, g, attempts, nframes, st, rec, n);

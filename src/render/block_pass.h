@@ -2,6 +2,7 @@
 // output row order with its band copy. Internal to the renderer.
 #pragma once
 
+#include "render/dsp.h"
 #include "render/kernel_types.h"
 
 namespace tesselux_kernel {
@@ -24,6 +25,7 @@ struct BlockPass {
   int channel;
   const BlockRecord* rec;
   FastDivisor byColumns;
+  const KernelDsp* dsp;  // the versions of the short copies and the streamed rows
 };
 
 // One stretch of an output block row that comes from one stretch of one
@@ -56,8 +58,8 @@ inline void copyRun(unsigned char* dst, const unsigned char* src, size_t bytes, 
 }
 
 // Frames at least this large, with every block drawn, are written in source
-// order with streaming stores (blockPassStreamed) where the processor has
-// AVX2. Smaller frames keep the output in the cache for whoever reads it
+// order with streaming stores (blockPassStreamed) where the table has them
+// (the AVX2 one; see KernelDsp::streamingMinBytes). Smaller frames keep the output in the cache for whoever reads it
 // next. On the 2-core virtualised EPYC the benchmarks run on, whose memcpy
 // stores through the cache up to 240 MB, a plain 256-bit streaming copy took
 // 0.6x of memcpy's time from 16 MB up and 0.76x at 8 MB, and the streamed
@@ -97,18 +99,12 @@ void blockPassByBlocks(const Grid& g, const BlockPass& p) {
   }
 }
 
-#if TESSELUX_AVX2
-// Pieces of 32 or 64 bytes (small blocks) down `rows` rows, in whole 256-bit
-// moves: cheaper than a library call per piece and row.
-__attribute__((target("avx2"))) inline void copyShortRowsAvx2(unsigned char* dst, ptrdiff_t dstStride,
-                                                              const unsigned char* src, ptrdiff_t srcStride,
-                                                              size_t bytes, A_long rows) {
-  for (A_long y = 0; y < rows; ++y, dst += dstStride, src += srcStride)
-    for (size_t q = 0; q < bytes; q += 32)
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + q),
-                          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + q)));
+// Pieces of 32 or 64 bytes (small blocks) down `rows` rows; the x86 table
+// has a version in whole 256-bit moves, cheaper than a call per piece and row.
+inline void copyShortRowsPortable(unsigned char* dst, ptrdiff_t dstStride, const unsigned char* src,
+                                  ptrdiff_t srcStride, size_t bytes, A_long rows) {
+  for (A_long y = 0; y < rows; ++y, dst += dstStride, src += srcStride) copyBytes(dst, src, bytes);
 }
-#endif
 
 // Moved blocks come from anywhere within the spread, cache misses that the
 // processor does not see coming; the source lines of the run this many
@@ -189,13 +185,11 @@ int describeRuns(const Grid& g, const BlockPass& p, A_long r, bool inPlace, cons
 // One block row in bands: each band of rows copied from the input, then the
 // runs of moved blocks written over it while it is still in the cache.
 template <typename T>
-void writeBandsInPlace(const Grid& g, const BlockPass& p, A_long r, const Run* runs, int count, A_long band,
-                       bool avx2) {
+void writeBandsInPlace(const Grid& g, const BlockPass& p, A_long r, const Run* runs, int count, A_long band) {
   const size_t rowBytes = static_cast<size_t>(g.width) * 4 * sizeof(T);
   const A_long rows = g.blockRows(r);
   unsigned char* dstRow = p.out + static_cast<ptrdiff_t>(r) * g.bh * p.outRowbytes;
   const unsigned char* srcRow = p.sources[0] + static_cast<ptrdiff_t>(r) * g.bh * p.strides[0];
-  (void)avx2;  // only read where the vector short copy is compiled
   for (A_long y0 = 0; y0 < rows; y0 += band) {
     const A_long y1 = y0 + band < rows ? y0 + band : rows;
     for (A_long y = y0; y < y1; ++y) memcpy(dstRow + y * p.outRowbytes, srcRow + y * p.strides[0], rowBytes);
@@ -205,13 +199,11 @@ void writeBandsInPlace(const Grid& g, const BlockPass& p, A_long r, const Run* r
         for (A_long y = y0; y < y1; ++y) prefetchBytes(a.src + y * a.stride, a.bytes);
       }
       const Run& run = runs[k];
-#if TESSELUX_AVX2
-      if (avx2 && (run.bytes == 32 || run.bytes == 64)) {
-        copyShortRowsAvx2(dstRow + y0 * p.outRowbytes + run.dstOffset, p.outRowbytes, run.src + y0 * run.stride,
-                          run.stride, run.bytes, y1 - y0);
+      if (run.bytes == 32 || run.bytes == 64) {
+        p.dsp->copyShortRows(dstRow + y0 * p.outRowbytes + run.dstOffset, p.outRowbytes,
+                             run.src + y0 * run.stride, run.stride, run.bytes, y1 - y0);
         continue;
       }
-#endif
       for (A_long y = y0; y < y1; ++y)
         copyBytes(dstRow + y * p.outRowbytes + run.dstOffset, run.src + y * run.stride, run.bytes);
     }
@@ -246,15 +238,10 @@ void blockPassByRows(const Grid& g, const BlockPass& p, bool allDrawn, bool inPl
   const size_t rowBytes = static_cast<size_t>(g.width) * 4 * sizeof(T);
   const size_t bandRows = (size_t(256) << 10) / (rowBytes ? rowBytes : 1);
   const A_long band = bandRows < 4 ? 4 : bandRows > 1024 ? 1024 : static_cast<A_long>(bandRows);
-#if TESSELUX_AVX2
-  const bool avx2 = inPlace && cpuHasAvx2();
-#else
-  const bool avx2 = false;
-#endif
   recordDestinations(g, p, allDrawn, drawnAt, frameAt);
   for (A_long r = 0; r < g.rows; ++r) {
     const int count = describeRuns<T>(g, p, r, inPlace, drawnAt, frameAt, runs);
-    if (inPlace) writeBandsInPlace<T>(g, p, r, runs, count, band, avx2);
+    if (inPlace) writeBandsInPlace<T>(g, p, r, runs, count, band);
     else if (count > 0) writeRuns<T>(g, p, r, runs, count);
   }
 }

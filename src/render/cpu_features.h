@@ -1,28 +1,28 @@
 // What the processor offers beyond the instruction set the plug-in is built
-// for. x86 builds carry 256-bit versions of a few inner loops (mask sums,
-// short block copies), compiled with the target attribute and chosen at run
-// time: the plug-in itself runs on any x86-64.
+// for. x86 builds carry 128- and 256-bit versions of a few inner loops
+// (src/render/x86/), compiled with the target attribute and chosen once per
+// process from these flags (see dsp.h): the plug-in itself runs on any
+// x86-64, and every other processor runs the portable versions.
 #pragma once
 
+// The x86 versions need SSE2 as the build's baseline and GNU-style target
+// attributes. A universal macOS build compiles the x86 files for its arm64
+// slice too, where this is 0 and they are empty.
 #if defined(__SSE2__) && (defined(__GNUC__) || defined(__clang__))
-#define TESSELUX_AVX2 1
-#include <immintrin.h>
+#define TESSELUX_X86_SIMD 1
 #else
-#define TESSELUX_AVX2 0
+#define TESSELUX_X86_SIMD 0
 #endif
 
 namespace tesselux_kernel {
 
-// Declared on every platform so that a pass choice can ask without its own
-// #if; off x86 (the arm64 slice) the answer is always no.
-#if TESSELUX_AVX2
-inline bool cpuHasAvx2() {
-  static const bool has = __builtin_cpu_supports("avx2");
-  return has;
-}
-#else
-// Off x86 there is no AVX2 to find; the portable loops run.
-inline bool cpuHasAvx2() { return false; }
-#endif
+// Instruction sets a version may need, as bits.
+enum CpuFlag : unsigned {
+  kCpuSse2 = 1u << 0,
+  kCpuAvx2 = 1u << 1,
+};
+
+// The flags this processor has, probed on the first call; 0 off x86.
+unsigned cpuFlags();
 
 }  // namespace tesselux_kernel

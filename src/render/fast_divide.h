@@ -4,17 +4,16 @@
 // Making a pair takes four divisions, which otherwise cost more than the
 // rest of an attempt.
 //
-// Vector lanes have no 64 x 64-bit product, so eight lanes at once use the
-// 32-bit form instead (Granlund and Montgomery, "Division by invariant
-// integers using multiplication", figure 4.1): with l = ceil(log2 d) and
+// Vector lanes have no 64 x 64-bit product, so eight lanes at once
+// (x86/fast_divide_avx2.h) use the 32-bit form instead (Granlund and
+// Montgomery, "Division by invariant integers using multiplication", figure
+// 4.1): with l = ceil(log2 d) and
 // m = floor(2^32 * (2^l - d) / d) + 1, t = (m * n) >> 32 gives
 // n / d = (t + ((n - t) >> min(l, 1))) >> max(l - 1, 0), exact for every
 // 32-bit n and d.
 #pragma once
 
 #include <stdint.h>
-
-#include "render/cpu_features.h"
 
 namespace tesselux_kernel {
 
@@ -64,24 +63,5 @@ inline uint32_t fastDiv(uint32_t n, const FastDivisor& f) {
   if (f.d == 1) return n;  // c wrapped to 0
   return static_cast<uint32_t>(mulHigh64(f.c, n));
 }
-
-#if TESSELUX_AVX2
-// n / d in each of eight lanes, by the 32-bit form above.
-__attribute__((target("avx2"))) inline __m256i fastDivAvx2(__m256i n, const FastDivisor& f) {
-  const __m256i m = _mm256_set1_epi32(static_cast<int>(f.m));
-  // The high halves of the eight 32 x 32-bit products: even lanes, then odd.
-  const __m256i even = _mm256_srli_epi64(_mm256_mul_epu32(n, m), 32);
-  const __m256i odd = _mm256_mul_epu32(_mm256_srli_epi64(n, 32), m);
-  const __m256i t = _mm256_blend_epi32(even, odd, 0xAA);
-  const __m256i half = _mm256_srl_epi32(_mm256_sub_epi32(n, t), _mm_cvtsi32_si128(static_cast<int>(f.shift1)));
-  return _mm256_srl_epi32(_mm256_add_epi32(t, half), _mm_cvtsi32_si128(static_cast<int>(f.shift2)));
-}
-
-// n % d in each of eight lanes.
-__attribute__((target("avx2"))) inline __m256i fastModAvx2(__m256i n, const FastDivisor& f) {
-  const __m256i q = fastDivAvx2(n, f);
-  return _mm256_sub_epi32(n, _mm256_mullo_epi32(q, _mm256_set1_epi32(static_cast<int>(f.d))));
-}
-#endif
 
 }  // namespace tesselux_kernel

@@ -11,7 +11,7 @@
 
 #include "params/param_values.h"
 #include "render/block_sums.h"
-#include "render/cpu_features.h"
+#include "render/dsp.h"
 #include "render/fast_divide.h"
 #include "render/pairs.h"
 #include "render/random.h"
@@ -34,13 +34,9 @@ struct Argb8Traits {
   typedef A_u_char Channel;
   typedef uint64_t BlockSum;  // a 4096 x 4096 block of 255s passes 2^32
   static A_u_char depthValue() { return 8; }
-  static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
-    sumBlock8(p, rowbytes, cols, rows, sums);
-  }
-  static void sumRow(const unsigned char* p, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
-                     A_long lastCols, BlockSum (*sums)[4]) {
-    sumBlockRow8(p, rowbytes, rows, bw, columns, lastCols, sums);
-  }
+  // This depth's block sums and row sums in a table of versions.
+  static SumBlockFn sumBlock(const KernelDsp& d) { return d.sumBlock8; }
+  static SumBlockRowFn sumRow(const KernelDsp& d) { return d.sumBlockRow8; }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r / n + g / n + b / n) * 32768 / 765);
   }
@@ -51,13 +47,8 @@ struct Argb16Traits {
   typedef A_u_short Channel;
   typedef uint64_t BlockSum;
   static A_u_short depthValue() { return 16; }
-  static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
-    sumBlock16(p, rowbytes, cols, rows, sums);
-  }
-  static void sumRow(const unsigned char* p, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
-                     A_long lastCols, BlockSum (*sums)[4]) {
-    sumBlockRow16(p, rowbytes, rows, bw, columns, lastCols, sums);
-  }
+  static SumBlockFn sumBlock(const KernelDsp& d) { return d.sumBlock16; }
+  static SumBlockRowFn sumRow(const KernelDsp& d) { return d.sumBlockRow16; }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r / n + g / n + b / n) / 3);
   }
@@ -68,13 +59,8 @@ struct Argb32Traits {
   typedef float Channel;
   typedef float BlockSum;  // single precision, summed pixel by pixel in row-major order
   static float depthValue() { return 32.0f; }
-  static void sumBlock(const unsigned char* p, ptrdiff_t rowbytes, A_long cols, A_long rows, BlockSum* sums) {
-    sumBlock32(p, rowbytes, cols, rows, sums);
-  }
-  static void sumRow(const unsigned char* p, ptrdiff_t rowbytes, A_long rows, A_long bw, A_long columns,
-                     A_long lastCols, BlockSum (*sums)[4]) {
-    sumBlockRow32(p, rowbytes, rows, bw, columns, lastCols, sums);
-  }
+  static SumBlockFloatFn sumBlock(const KernelDsp& d) { return d.sumBlock32; }
+  static SumBlockRowFloatFn sumRow(const KernelDsp& d) { return d.sumBlockRow32; }
   static A_u_short maskRGB(BlockSum r, BlockSum g, BlockSum b, uint64_t n) {
     return saturateMask((r + g + b) * 10922.667f / static_cast<float>(n));
   }

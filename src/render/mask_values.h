@@ -17,8 +17,10 @@ inline A_u_short maskValue(const typename Tr::BlockSum* sums, uint64_t count, in
 // summed one block at a time.
 template <class Tr>
 void fillMaskValuesDirect(BlockRecord* rec, const Grid& g, const unsigned char* data, ptrdiff_t rowbytes,
-                          int channel) {
+                          int channel, const KernelDsp& dsp) {
   typedef typename Tr::Channel T;
+  const auto sumBlock = Tr::sumBlock(dsp);
+  const auto sumRow = Tr::sumRow(dsp);
   constexpr ptrdiff_t pix = 4 * sizeof(T);
   typename Tr::BlockSum sums[kSumColumns][4];
   for (A_long br = 0; br < g.rows; ++br) {
@@ -30,7 +32,7 @@ void fillMaskValuesDirect(BlockRecord* rec, const Grid& g, const unsigned char* 
       for (A_long bc = 0; bc < g.columns; ++bc) {
         const A_long cols = g.blockCols(bc);
         typename Tr::BlockSum s[4] = {0, 0, 0, 0};
-        Tr::sumBlock(rowBase + static_cast<ptrdiff_t>(bc) * g.bw * pix, rowbytes, cols, rows, s);
+        sumBlock(rowBase + static_cast<ptrdiff_t>(bc) * g.bw * pix, rowbytes, cols, rows, s);
         out[bc].maskval = maskValue<Tr>(s, static_cast<uint64_t>(rows) * static_cast<uint64_t>(cols), channel);
       }
       continue;
@@ -38,7 +40,7 @@ void fillMaskValuesDirect(BlockRecord* rec, const Grid& g, const unsigned char* 
     for (A_long c0 = 0; c0 < g.columns; c0 += kSumColumns) {
       const A_long count = g.columns - c0 < kSumColumns ? g.columns - c0 : kSumColumns;
       const A_long lastCols = g.blockCols(c0 + count - 1);
-      Tr::sumRow(rowBase + static_cast<ptrdiff_t>(c0) * g.bw * pix, rowbytes, rows, g.bw, count, lastCols, sums);
+      sumRow(rowBase + static_cast<ptrdiff_t>(c0) * g.bw * pix, rowbytes, rows, g.bw, count, lastCols, sums);
       for (A_long k = 0; k < count; ++k) {
         const uint64_t n = static_cast<uint64_t>(rows) * static_cast<uint64_t>(g.blockCols(c0 + k));
         out[c0 + k].maskval = maskValue<Tr>(sums[k], n, channel);
@@ -80,10 +82,10 @@ void fillMaskValuesStretched(BlockRecord* rec, const Grid& g, const unsigned cha
 
 // Per-block brightness of the mask layer, or of the input when there is none.
 template <class Tr>
-void computeMaskValues(BlockRecord* rec, const Grid& g, const KernelInput& in) {
+void computeMaskValues(BlockRecord* rec, const Grid& g, const KernelInput& in, const KernelDsp& dsp) {
   if (g.blocks == 0) return;
   if (!in.maskData) {
-    fillMaskValuesDirect<Tr>(rec, g, in.inData, in.inRowbytes, in.channel);
+    fillMaskValuesDirect<Tr>(rec, g, in.inData, in.inRowbytes, in.channel, dsp);
     return;
   }
   // Read 1:1 from the mask's top-left pixel when the output fits inside it at
@@ -94,7 +96,7 @@ void computeMaskValues(BlockRecord* rec, const Grid& g, const KernelInput& in) {
                       static_cast<long long>(in.originX) + g.width <= in.maskWidth &&
                       static_cast<long long>(in.originY) + g.height <= in.maskHeight;
   if (inside) {
-    fillMaskValuesDirect<Tr>(rec, g, in.maskData, in.maskRowbytes, in.channel);
+    fillMaskValuesDirect<Tr>(rec, g, in.maskData, in.maskRowbytes, in.channel, dsp);
     return;
   }
   // mask size * 65536 passes 2^31 for masks of 32768 pixels and more.

@@ -11,6 +11,10 @@
 #include "params/param_values.h"
 #include "render/allocator.h"
 
+namespace tesselux_kernel {
+struct KernelDsp;
+}
+
 // What the kernel decided for one render, valid only during the observe call.
 struct KernelSnapshot {
   // Grid after the downsample and the 0-becomes-1 rule.
@@ -42,6 +46,9 @@ struct RenderHooks {
   // before writing the moved blocks over them (composite on); 0 keeps the
   // renderer's own threshold.
   size_t bandCopyMinBytes;
+  // The versions of the inner loops (dsp.h); null takes the process's own.
+  // Lets tests and the fuzzer render through every version in turn.
+  const tesselux_kernel::KernelDsp* dsp;
 };
 
 // The block pass a render takes when every block is drawn: the renderer's

@@ -5,7 +5,9 @@
 // other rectangles. Besides the sanitizers it checks that the input and the
 // output's row padding are left alone and that a second render of the same
 // frame gives the same bytes, also when it takes the band copy of large
-// frames.
+// frames, and also through the portable versions of the inner loops (and,
+// for half the inputs, the SSE2 ones) instead of the widest the processor
+// has.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +17,7 @@
 #include "fuzz_input.h"
 #include "fuzz_targets.h"
 #include "params/param_values.h"
+#include "render/dsp.h"
 #include "render/render.h"
 #include "render/render_internal.h"
 
@@ -199,9 +202,10 @@ int renderOne(const uint8_t* data, size_t size_) {
   // The block pass as the renderer chooses it for these small frames, or
   // one that large frames take, forced: the band copy (streaming off), or
   // the source-order pass with streaming stores.
-  auto render = [&](Buffer& out, ForcedPass pass) {
+  auto render = [&](Buffer& out, ForcedPass pass, const tesselux_kernel::KernelDsp* dsp = nullptr) {
     RenderHooks hooks{};
     forcePass(hooks, pass);
+    hooks.dsp = dsp;
     switch (depth) {
       case 0:
         return renderARGB8WithHooks(&input.def, &out.def, values, ds, hooks);
@@ -223,17 +227,27 @@ int renderOne(const uint8_t* data, size_t size_) {
 
   // The same frame again, into the same starting bytes: the same result,
   // also by the passes of large frames.
-  auto renderAgain = [&](ForcedPass pass) {
+  auto renderAgain = [&](ForcedPass pass, const tesselux_kernel::KernelDsp* dsp = nullptr) {
     Buffer again;
     again.bytes = outputBefore;
     again.def = output.def;
     again.def.data = reinterpret_cast<PF_PixelPtr>(again.bytes.data());
-    render(again, pass);
+    render(again, pass, dsp);
     return again.bytes;
   };
   if (renderAgain(ForcedPass::chosen) != output.bytes) fail("two renders of the same frame differ");
   if (renderAgain(ForcedPass::bandCopy) != output.bytes) fail("a render by bands differs from the same render by rows");
   if (renderAgain(ForcedPass::streamed) != output.bytes) fail("a streamed render differs from the same render by rows");
+  static const tesselux_kernel::KernelDsp portable = tesselux_kernel::makeKernelDsp(0);
+  static const tesselux_kernel::KernelDsp sse2 =
+      tesselux_kernel::makeKernelDsp(tesselux_kernel::cpuFlags() & tesselux_kernel::kCpuSse2);
+  if (renderAgain(ForcedPass::chosen, &portable) != output.bytes) fail("the portable versions render other bytes");
+  if (renderAgain(ForcedPass::streamed, &portable) != output.bytes)
+    fail("the portable streamed pass renders other bytes");
+  // Inputs of odd length also try the SSE2 versions (picked by length, so
+  // that no input byte changes meaning): a render each is the fuzzer's
+  // throughput, and the render tests check those versions on every run.
+  if (size_ % 2 && renderAgain(ForcedPass::chosen, &sse2) != output.bytes) fail("the SSE2 versions render other bytes");
   return 0;
 }
 

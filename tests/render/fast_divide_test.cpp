@@ -6,6 +6,7 @@
 #include <random>
 
 #include "render/fast_divide.h"
+#include "render/x86/fast_divide_avx2.h"
 
 namespace {
 
@@ -28,10 +29,10 @@ void expectExact(uint32_t n, uint32_t d) {
   ASSERT_EQ(fastDiv(n, f), n / d) << n << " / " << d;
 }
 
-#if TESSELUX_AVX2
+#if TESSELUX_X86_SIMD
 // Eight numerators at once through the vector form, each lane against / and %.
-__attribute__((target("avx2"))) void divideLanes(const uint32_t n[8], const tesselux_kernel::FastDivisor& f,
-                                                 uint32_t q[8], uint32_t r[8]) {
+TESSELUX_AVX2_FN void divideLanes(const uint32_t n[8], const tesselux_kernel::FastDivisor& f, uint32_t q[8],
+                                  uint32_t r[8]) {
   const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(n));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(q), tesselux_kernel::fastDivAvx2(v, f));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(r), tesselux_kernel::fastModAvx2(v, f));
@@ -77,9 +78,9 @@ TEST(FastDivide, PortableHighProductMatchesNative) {
 #endif
 }
 
-#if TESSELUX_AVX2
+#if TESSELUX_X86_SIMD
 TEST(FastDivideLanes, EdgeNumeratorsAndDivisors) {
-  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  if (!(tesselux_kernel::cpuFlags() & tesselux_kernel::kCpuAvx2)) GTEST_SKIP() << "no AVX2 on this processor";
   const uint32_t divisors[] = {1, 2, 3, 4, 5, 7, 641, 1920, 2073600, 65535, 65536, 65537, 0x7FFFFFFFu, 0x80000000u,
                                0x80000001u, 0xFFFFFFFEu, 0xFFFFFFFFu};
   for (uint32_t d : divisors) {
@@ -91,7 +92,7 @@ TEST(FastDivideLanes, EdgeNumeratorsAndDivisors) {
 }
 
 TEST(FastDivideLanes, RandomNumeratorsAndDivisors) {
-  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  if (!(tesselux_kernel::cpuFlags() & tesselux_kernel::kCpuAvx2)) GTEST_SKIP() << "no AVX2 on this processor";
   std::mt19937 rng(7);
   for (int i = 0; i < 300000; ++i) {
     const uint32_t d = randomDivisor(rng, i);
@@ -102,7 +103,7 @@ TEST(FastDivideLanes, RandomNumeratorsAndDivisors) {
 }
 
 TEST(FastDivideLanes, EveryNumeratorStepForSmallDivisors) {
-  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  if (!(tesselux_kernel::cpuFlags() & tesselux_kernel::kCpuAvx2)) GTEST_SKIP() << "no AVX2 on this processor";
   for (uint32_t d : {1u, 3u, 1920u, 2073601u, 0x80000000u}) {
     for (uint64_t n0 = 0; n0 <= 0xFFFFFFFFu; n0 += 8 * 65521) {
       uint32_t n[8];

@@ -2,6 +2,7 @@
 // value rules, read back through the kernel's snapshot.
 #include <gtest/gtest.h>
 
+#include "dsp_versions.h"
 #include "render/block_sums.h"
 #include "render_support.h"
 
@@ -337,9 +338,9 @@ TEST(MaskValuesDepth, WideBlocksOfExtremeValuesSumExactly) {
   expectHalfFullBlock<uint16_t>(4096, 40, 65535);
 }
 
-// The 8-bit row sums come in a 128-bit and, where the processor has it, a
-// 256-bit version; both must give the plain sums for every block width
-// (eight-, four- and single-pixel steps, up to and past the widest the
+// The 8-bit row sums come in a portable, a 128-bit and, where the processor
+// has it, a 256-bit version; each must give the plain sums for every block
+// width (eight-, four- and single-pixel steps, up to and past the widest the
 // 256-bit version takes), a narrower last block, row padding, lanes carried
 // over many rows, and the largest values everywhere.
 TEST(RowSums, EightBitVersionsAgreeWithPlainSums) {
@@ -360,13 +361,13 @@ TEST(RowSums, EightBitVersionsAgreeWithPlainSums) {
           for (int x = 0; x < cols; ++x)
             for (int k = 0; k < 4; ++k) expected[c][k] += px[static_cast<size_t>(y * rowbytes + (c * bw + x) * 4 + k)];
       }
-      for (bool wide : {false, true}) {
+      for (const tesselux_kernel::KernelDsp& dsp : rt::everyDsp()) {
         uint64_t got[tesselux_kernel::kSumColumns][4];
-        tesselux_kernel::sumBlockRow8(px.data(), rowbytes, rows, bw, columns, lastCols, got, wide);
+        dsp.sumBlockRow8(px.data(), rowbytes, rows, bw, columns, lastCols, got);
         for (int c = 0; c < columns; ++c)
           for (int k = 0; k < 4; ++k)
-            EXPECT_EQ(got[c][k], expected[c][k]) << "width " << bw << " column " << c << " channel " << k
-                                                 << (wide ? " (wide)" : " (narrow)");
+            EXPECT_EQ(got[c][k], expected[c][k]) << "width " << bw << " column " << c << " channel " << k << " ("
+                                                 << dsp.name << ")";
       }
     }
   }

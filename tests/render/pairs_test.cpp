@@ -1,5 +1,6 @@
-// The pairs of a chunk of attempts, eight at a time in vector lanes, against
-// the one-at-a-time form (which the reference comparison checks against an
+// The pairs of a chunk of attempts by every version this processor has
+// (eight at a time in vector lanes on AVX2), against the one-at-a-time
+// portable form (which the reference comparison checks against an
 // independent model of the shuffle).
 #include <gtest/gtest.h>
 
@@ -8,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "dsp_versions.h"
 #include "render/pairs.h"
 
 namespace {
@@ -15,7 +17,6 @@ namespace {
 using tesselux_kernel::makeShuffleSetup;
 using tesselux_kernel::ShuffleSetup;
 
-#if TESSELUX_AVX2
 struct Grid {
   A_long columns, rows;
   bool partialW, partialH;
@@ -23,19 +24,22 @@ struct Grid {
 
 void expectSamePairs(const ShuffleSetup& s, const std::vector<uint32_t>& draws, const char* what) {
   const long long count = static_cast<long long>(draws.size() / 3);
-  std::vector<uint32_t> plain(2 * count + 2, 0xDEADBEEFu), lanes(2 * count + 2, 0xDEADBEEFu);
-  tesselux_kernel::pairsFromDrawsPlain(s, draws.data(), reinterpret_cast<uint32_t(*)[2]>(plain.data()), count);
-  tesselux_kernel::pairsFromDrawsAvx2(s, draws.data(), reinterpret_cast<uint32_t(*)[2]>(lanes.data()), count);
-  for (long long i = 0; i < 2 * count + 2; ++i)
-    ASSERT_EQ(lanes[i], plain[i]) << what << ": attempt " << i / 2 << (i % 2 ? " block b" : " block a")
-                                  << (i >= 2 * count ? " (past the end: must be untouched)" : "");
-  // Both blocks lie in the grid.
-  const uint32_t blocks = s.columns * static_cast<uint32_t>(s.lastRow + 1);
-  for (long long i = 0; i < 2 * count; ++i) ASSERT_LT(lanes[i], blocks) << what;
+  std::vector<uint32_t> plain(2 * count + 2, 0xDEADBEEFu);
+  tesselux_kernel::pairsFromDrawsPortable(s, draws.data(), reinterpret_cast<uint32_t(*)[2]>(plain.data()), count);
+  for (const tesselux_kernel::KernelDsp& dsp : rt::everyDsp()) {
+    std::vector<uint32_t> lanes(2 * count + 2, 0xDEADBEEFu);
+    dsp.pairsFromDraws(s, draws.data(), reinterpret_cast<uint32_t(*)[2]>(lanes.data()), count);
+    for (long long i = 0; i < 2 * count + 2; ++i)
+      ASSERT_EQ(lanes[i], plain[i]) << what << " (" << dsp.name << "): attempt " << i / 2
+                                    << (i % 2 ? " block b" : " block a")
+                                    << (i >= 2 * count ? " (past the end: must be untouched)" : "");
+    // Both blocks lie in the grid.
+    const uint32_t blocks = s.columns * static_cast<uint32_t>(s.lastRow + 1);
+    for (long long i = 0; i < 2 * count; ++i) ASSERT_LT(lanes[i], blocks) << what << " (" << dsp.name << ")";
+  }
 }
 
 TEST(PairsLanes, SameAsOneAtATimeOnRandomGrids) {
-  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
   std::mt19937 rng(2026);
   for (int round = 0; round < 3000; ++round) {
     Grid g;
@@ -60,7 +64,6 @@ TEST(PairsLanes, SameAsOneAtATimeOnRandomGrids) {
 }
 
 TEST(PairsLanes, EdgesOfTheGrid) {
-  if (!tesselux_kernel::cpuHasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
   // Draws that land every block of a small grid on every offset of the span:
   // blocks in the first and last column and row, partial or not.
   for (A_long columns : {1, 2, 3, 8}) {
@@ -85,6 +88,5 @@ TEST(PairsLanes, EdgesOfTheGrid) {
     }
   }
 }
-#endif
 
 }  // namespace
