@@ -7,6 +7,8 @@
 #include <map>
 #include <sstream>
 
+#include "params/control_table.h"
+
 namespace cli {
 
 namespace {
@@ -30,17 +32,8 @@ double toFixedUnits(double v) { return std::round(v * 65536.0); }
 }  // namespace
 
 const char* optionNameForId(int id) {
-  static const std::map<int, const char*> kNames = {
-      {1, "channels"},         {2, "block-width"},        {3, "block-height"},
-      {4, "strength"},         {5, "spread"},             {6, "direction"},
-      {7, "seed"},             {25, "composite"},         {9, "time-frames"},
-      {10, "time-probability"}, {11, "stepping-unit"},    {12, "time-step-seconds"},
-      {13, "time-step-frames"}, {14, "edge-mode"},        {15, "time-seed"},
-      {16, "exclusive"},       {20, "mask-intensity"},    {21, "mask-type"},
-      {22, "mask-seed"},
-  };
-  auto it = kNames.find(id);
-  return it == kNames.end() ? nullptr : it->second;
+  const ControlRow* row = findControl(id);
+  return row ? row->keyword : nullptr;
 }
 
 std::vector<std::string> choiceKeywords(const std::string& namesText) {
@@ -173,7 +166,7 @@ double parseControlValue(const ControlOption& o, const std::string& text) {
       if (!parseNumber(text, v)) throw notNumber();
       // Seeds are whole numbers, which the effect takes by truncation: a typed
       // decimal is rounded to the nearest, halves away from zero, instead.
-      if (o.id == 7 || o.id == 15 || o.id == 22) v = std::round(v);
+      if (const ControlRow* row = findControl(o.id); row && row->wholeNumber) v = std::round(v);
       const double units = toFixedUnits(v);
       if (units < d.u.fd.valid_min || units > d.u.fd.valid_max) throw refuse();
       return v;

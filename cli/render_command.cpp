@@ -19,11 +19,11 @@
 #include <optional>
 #include <thread>
 
-#include "commands.h"
 #include "controls.h"
 #include "frame_cache.h"
 #include "io/media.h"
 #include "options.h"
+#include "params/control_table.h"
 #include "progress.h"
 #include "thost/render.h"
 
@@ -282,18 +282,6 @@ void checkOutputFree(const Settings& s, int first, int last) {
   throw MediaError(out + ": already exists; -y (--overwrite) replaces it");
 }
 
-// The control ids the effect registers, of the controls whose options can be
-// pointless under other settings.
-enum ControlId {
-  ID_TIME_FRAMES = 9,
-  ID_TIME_PROBABILITY = 10,
-  ID_STEPPING_UNIT = 11,
-  ID_TIME_STEP_SECONDS = 12,
-  ID_TIME_STEP_FRAMES = 13,
-  ID_EXCLUSIVE_MODE = 16,
-  ID_MASK_INTENSITY = 20,
-};
-
 // A control's value for this render: as given, else the control's default.
 double controlValue(const std::vector<ControlOption>& controls, const thost::ControlValues& given, int id) {
   auto it = given.find(id);
@@ -321,22 +309,22 @@ std::vector<std::string> ineffectiveOptions(const std::vector<ControlOption>& co
     return std::string();
   };
   auto isGiven = [&](int id) { return s.controlText.count(id) > 0 || s.checkboxes.count(id) > 0; };
+  auto named = [&](int id) { return "\"" + std::string(findControl(id)->name) + "\" (" + optionOf(id) + ")"; };
   auto warn = [&lines](const std::string& option, const std::string& why) {
     lines.push_back("tesselux render: warning: " + option + " has no effect while " + why + "\n");
   };
   if (!s.mask.empty() && controlValue(controls, given, ID_MASK_INTENSITY) == 0)
-    warn("--mask", "\"Intensity\" (" + optionOf(ID_MASK_INTENSITY) + ") is 0");
+    warn("--" + std::string(findControl(ID_MASK_SOURCE)->keyword), named(ID_MASK_INTENSITY) + " is 0");
   // "Frames" rounds to the nearest count.
   if (controlValue(controls, given, ID_TIME_FRAMES) < 0.5) {
     for (int id = ID_TIME_PROBABILITY; id <= ID_EXCLUSIVE_MODE; ++id)
-      if (isGiven(id)) warn(optionOf(id), "\"Frames\" (" + optionOf(ID_TIME_FRAMES) + ") is 0");
+      if (isGiven(id)) warn(optionOf(id), named(ID_TIME_FRAMES) + " is 0");
     return lines;
   }
   const bool frames = controlValue(controls, given, ID_STEPPING_UNIT) == 2;
   const int unused = frames ? ID_TIME_STEP_SECONDS : ID_TIME_STEP_FRAMES;
   if (isGiven(unused))
-    warn(optionOf(unused), "\"Stepping Unit\" (" + optionOf(ID_STEPPING_UNIT) + ") is " +
-                               (frames ? "frame" : "second"));
+    warn(optionOf(unused), named(ID_STEPPING_UNIT) + " is " + (frames ? "frame" : "second"));
   return lines;
 }
 
@@ -404,7 +392,9 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   // frames nobody asks for again.
   double timeFrames = 0;
   for (const ControlOption& o : controls)
-    if (o.id == 9) timeFrames = base.controls.count(9) ? base.controls.at(9) : o.param->def.u.fd.dephault / 65536.0;
+    if (o.id == ID_TIME_FRAMES)
+      timeFrames = base.controls.count(ID_TIME_FRAMES) ? base.controls.at(ID_TIME_FRAMES)
+                                                       : o.param->def.u.fd.dephault / 65536.0;
   const size_t frameBytes = static_cast<size_t>(size0.first) * static_cast<size_t>(size0.second) *
                             static_cast<size_t>(thost::bytesPerPixel(depth));
   if (timeFrames == 0) cacheBytes = std::min(cacheBytes, (tokens + 2) * frameBytes);
@@ -438,11 +428,11 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
       if (it != base.controls.end()) return it->second;
       for (const ControlOption& o : controls)
         if (o.id == id) return o.param->def.u.fd.dephault / 65536.0;
-      return 32.0;
+      return controlDefault(id);
     };
-    const auto [bw, bh] = host.align(valueOf(2), valueOf(3), size0.first, size0.second);
-    base.controls[2] = bw;
-    base.controls[3] = bh;
+    const auto [bw, bh] = host.align(valueOf(ID_BLOCK_WIDTH), valueOf(ID_BLOCK_HEIGHT), size0.first, size0.second);
+    base.controls[ID_BLOCK_WIDTH] = bw;
+    base.controls[ID_BLOCK_HEIGHT] = bh;
   }
 
   SinkSettings ss;

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "pipeline_support.h"
+#include "../render/render_support.h"
 
 using namespace pipeline;
 
@@ -219,4 +220,30 @@ TEST_F(ParamLoading, LegacyRenderReadsTheParamsArrayAndChecksOutLayersAsParamete
   // Everything but the input layer comes back.
   EXPECT_EQ(h.callsTo("checkin_param").size(), 3u);
   EXPECT_EQ(h.toleratedNotices(), 1);
+}
+
+// Each control, set away from its default, lands in the field the control
+// table names for it, converted as the table's users convert it.
+TEST_F(ParamLoading, EveryControlLoadsIntoTheFieldTheControlTableNames) {
+  for (const ControlRow& row : kControlRows) {
+    if (row.field == ValueField::None || row.field == ValueField::maskLayer) continue;
+    SCOPED_TRACE(row.id);
+    thost::Host& h = ready();
+    double x = 0;
+    switch (row.kind) {
+      case ControlKind::Popup: x = row.dflt == 1 ? 2 : 1; setPopup(h, row.id, static_cast<int>(x)); break;
+      case ControlKind::Checkbox: x = row.dflt ? 0 : 1; setCheckbox(h, row.id, static_cast<int>(x)); break;
+      case ControlKind::Fixed: x = row.dflt + 3; setFixed(h, row.id, x); break;
+      case ControlKind::Float: x = (row.validMin + row.validMax) / 2 + 0.25; setFloat(h, row.id, x); break;
+      default: FAIL() << "a control without a value names a field";
+    }
+    ParamValues expected = rt::defaultValues();
+    rt::storeField(expected, row.field, x);
+    const ParamValues got = preRendered(h);
+    // Only the values: the layer pointers and checkouts differ by design.
+    EXPECT_EQ(memcmp(&got, &expected, offsetof(ParamValues, maskLayer)), 0);
+    ParamValues defaults = rt::defaultValues();
+    EXPECT_NE(memcmp(&got, &defaults, offsetof(ParamValues, maskLayer)), 0) << "the set value was not loaded";
+    ASSERT_EQ(h.smartRender(), PF_Err_NONE);
+  }
 }

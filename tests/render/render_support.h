@@ -2,6 +2,7 @@
 // per-depth facts, and hooks that capture what the kernel decided.
 #pragma once
 
+#include <math.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "aesdk/aesdk.h"
+#include "params/control_table.h"
 #include "params/param_values.h"
 #include "render/render.h"
 #include "render/render_internal.h"
@@ -123,29 +125,41 @@ void fillRandom(World<T>& w, std::mt19937& rng) {
       for (int c = 0; c < 4; ++c) w.set(x, y, c, Depth<T>::random(rng));
 }
 
-// The controls at their defaults, converted as the loader does.
+// Stores control value `x` (in the host's units) into the ParamValues field
+// the control table names, converted as the loader converts it.
+inline void storeField(ParamValues& v, ValueField field, double x) {
+  const A_long popup = static_cast<A_long>(x) - 1;        // 1-based choice to 0-based
+  const A_long whole = static_cast<A_long>(floor(x));     // a fixed slider's integer part
+  const A_long rounded = static_cast<A_long>(floor(x + 0.5));
+  switch (field) {
+    case ValueField::None: case ValueField::maskLayer: break;
+    case ValueField::channels: v.channels = popup; break;
+    case ValueField::blockWidth: v.blockWidth = whole; break;
+    case ValueField::blockHeight: v.blockHeight = whole; break;
+    case ValueField::shuffleStrength: v.shuffleStrength = x; break;
+    case ValueField::shuffleSpread: v.shuffleSpread = x; break;
+    case ValueField::shuffleDirection: v.shuffleDirection = popup; break;
+    case ValueField::shuffleSeed: v.shuffleSeed = whole; break;
+    case ValueField::compositeOnOriginal: v.compositeOnOriginal = static_cast<A_long>(x); break;
+    case ValueField::timeFrames: v.timeFrames = rounded; break;
+    case ValueField::timeProbability: v.timeProbability = x; break;
+    case ValueField::steppingUnit: v.steppingUnit = popup; break;
+    case ValueField::timeStepSeconds: v.timeStepSeconds = x; break;
+    case ValueField::timeStepFrames: v.timeStepFrames = x; break;
+    case ValueField::edgeTimeMode: v.edgeTimeMode = popup; break;
+    case ValueField::timeSeed: v.timeSeed = whole; break;
+    case ValueField::exclusiveMode: v.exclusiveMode = static_cast<A_long>(x); break;
+    case ValueField::maskIntensity: v.maskIntensity = x; break;
+    case ValueField::maskType: v.maskType = popup; break;
+    case ValueField::maskSeed: v.maskSeed = whole; break;
+  }
+}
+
+// The controls at their defaults, from the control table.
 inline ParamValues defaultValues() {
   ParamValues v;
   memset(&v, 0, sizeof v);
-  v.compositeOnOriginal = 1;
-  v.channels = 0;
-  v.blockWidth = 32;
-  v.blockHeight = 32;
-  v.shuffleStrength = 0.1;
-  v.shuffleSpread = 0.1;
-  v.shuffleDirection = 0;
-  v.shuffleSeed = 777;
-  v.maskIntensity = 0;
-  v.maskType = 0;
-  v.maskSeed = 133;
-  v.timeFrames = 0;
-  v.timeProbability = 25;
-  v.steppingUnit = 0;
-  v.timeStepSeconds = 0.05;
-  v.timeStepFrames = 2;
-  v.edgeTimeMode = 2;
-  v.timeSeed = 337;
-  v.exclusiveMode = 0;
+  for (const ControlRow& row : kControlRows) storeField(v, row.field, row.dflt);
   return v;
 }
 
