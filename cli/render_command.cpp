@@ -14,7 +14,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <cmath>
+#include <exception>
 #include <map>
+#include <mutex>
 #include <numeric>
 #include <optional>
 #include <thread>
@@ -425,7 +427,10 @@ Rendered renderOne(const thost::RenderHost& host, const thost::RenderRequest& ba
 }
 
 // Frames enter in order (the decode of frame k overlaps renders of earlier
-// ones), render on any thread, and leave in order for the writer.
+// ones), render on any thread, and leave in order for the writer. An error in
+// any stage is kept and thrown once the pipeline has drained: frames still in
+// flight then pass through and are freed, where an exception thrown out of a
+// stage would leave them to oneTBB, which does not free them.
 void runPipeline(const thost::RenderHost& host, const thost::RenderRequest& base, SourceClip& layer,
                  FrameSink& sink, const Settings& s, int first, int last, size_t tokens) {
   const thost::Depth depth = base.depth;
@@ -433,29 +438,53 @@ void runPipeline(const thost::RenderHost& host, const thost::RenderRequest& base
   const bool hostPixels = sink.takesHost(depth);
   const SampleType outType = sink.sampleType();
   Progress progress(last - first + 1, !s.quiet && stderrIsTerminal());
+  std::mutex failureMutex;
+  std::exception_ptr failure;
+  std::atomic<bool> failed{false};
+  auto fail = [&] {
+    std::lock_guard<std::mutex> lock(failureMutex);
+    if (!failure) failure = std::current_exception();
+    failed.store(true);
+  };
   int next = first;
   tbb::parallel_pipeline(
       tokens,
       tbb::make_filter<void, int>(tbb::filter_mode::serial_in_order,
                                   [&](tbb::flow_control& fc) -> int {
-                                    if (next > last || interruptSignal() != 0) {
+                                    if (next > last || interruptSignal() != 0 || failed.load()) {
                                       fc.stop();
                                       return 0;
                                     }
                                     const int k = next++;
-                                    layer.frame(k, depth);
+                                    try {
+                                      layer.frame(k, depth);
+                                    } catch (...) {
+                                      fail();
+                                    }
                                     return k;
                                   }) &
-          tbb::make_filter<int, Rendered>(
-              tbb::filter_mode::parallel,
-              [&](int k) { return renderOne(host, base, sink, k, discard, hostPixels, outType); }) &
+          tbb::make_filter<int, Rendered>(tbb::filter_mode::parallel,
+                                          [&](int k) {
+                                            if (failed.load()) return Rendered{k, nullptr, nullptr, nullptr};
+                                            try {
+                                              return renderOne(host, base, sink, k, discard, hostPixels, outType);
+                                            } catch (...) {
+                                              fail();
+                                              return Rendered{k, nullptr, nullptr, nullptr};
+                                            }
+                                          }) &
           tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
-            if (interruptSignal() != 0) return;
-            if (r.prepared) sink.writePrepared(*r.prepared);
-            else if (r.image) sink.writeHost(*r.image);
-            else if (r.picture) sink.write(*r.picture);
-            progress.tick();
+            if (interruptSignal() != 0 || failed.load()) return;
+            try {
+              if (r.prepared) sink.writePrepared(*r.prepared);
+              else if (r.image) sink.writeHost(*r.image);
+              else if (r.picture) sink.write(*r.picture);
+              progress.tick();
+            } catch (...) {
+              fail();
+            }
           }));
+  if (failure) std::rethrow_exception(failure);
 }
 
 int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {

@@ -144,8 +144,9 @@ class VideoSource : public FrameSource {
     frame_.reset(av_frame_alloc());
     last_.reset(av_frame_alloc());
     packet_.reset(av_packet_alloc());
-    indexPackets();
+    // Read before the index pass, which may open the file again and free `st`.
     const long announced = st->nb_frames;
+    indexPackets();
     trimToDecodable();
     if (times_.empty()) throw MediaError(path + ": video stream has no frames that decode");
     if (announced > static_cast<long>(times_.size()) || truncated_)
