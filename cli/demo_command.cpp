@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "demo_clip.h"
+#include "interrupt.h"
 #include "io/media.h"
 #include "options.h"
 
@@ -25,8 +26,9 @@ const char* const kPreset[] = {
     "--mask-type",     "randomized-threshold",
 };
 
-void writeClip(const std::string& path, Picture (*make)(int, int, int, int)) {
+void writeClip(const std::string& path, Picture (*make)(int, int, int, int), bool quiet) {
   SinkSettings s;
+  s.quiet = quiet;
   s.path = path;
   s.rate = Rate{kFps, 1};
   s.frameCount = kFrames;
@@ -36,7 +38,12 @@ void writeClip(const std::string& path, Picture (*make)(int, int, int, int)) {
   tags.colorPrimaries = tags.colorTrc = tags.colorSpace = 1;  // BT.709
   s.tags = tags;
   auto sink = openSink(s);
-  for (int k = 0; k < kFrames; ++k) sink->write(make(k, kWidth, kHeight, kFrames));
+  // A signal stops the clip between frames; the sink, uncommitted, removes its file.
+  for (int k = 0; k < kFrames; ++k) {
+    throwIfInterrupted();
+    sink->write(make(k, kWidth, kHeight, kFrames));
+  }
+  throwIfInterrupted();
   sink->commit();
 }
 
@@ -81,7 +88,7 @@ int runDemo(const std::vector<std::string>& args) {
   app.add_option("--plugin", plugin, "the effect module to load");
   app.add_option("--host", host, "ae or premiere")->default_str("ae");
   app.add_option("--threads", threads, "frames rendered at once (default: all cores)")->check(CLI::PositiveNumber);
-  app.add_flag("-q,--quiet", quiet, "no progress line");
+  app.add_flag("-q,--quiet", quiet, "print nothing but errors");
   std::vector<const char*> argv{"tesselux demo"};
   for (const std::string& a : args) argv.push_back(a.c_str());
   try {
@@ -94,6 +101,9 @@ int runDemo(const std::vector<std::string>& args) {
     return 2;
   }
   namespace fs = std::filesystem;
+  // Ctrl-C (or SIGTERM, SIGHUP) while the clips are made or rendered removes
+  // the file being written; the render inside keeps this guard's signal.
+  InterruptGuard guard;
   try {
     std::error_code ec;
     fs::create_directories(dir, ec);
@@ -103,8 +113,8 @@ int runDemo(const std::vector<std::string>& args) {
     const std::string output = (fs::path(dir) / "output.mp4").string();
     const std::string sheet = (fs::path(dir) / "contact_sheet.png").string();
     if (!quiet) std::fprintf(stderr, "tesselux demo: generating the input clip and the mask\n");
-    writeClip(input, demoFrame);
-    writeClip(mask, demoMaskFrame);
+    writeClip(input, demoFrame, quiet);
+    writeClip(mask, demoMaskFrame, quiet);
     // The folder is the demo's own: a second run replaces what the first wrote.
     std::vector<std::string> render{input, "-o", output, "-y", "--mask", mask, "--host", host};
     for (const char* a : kPreset) render.push_back(a);
@@ -115,9 +125,13 @@ int runDemo(const std::vector<std::string>& args) {
     const int status = runRender(render);
     if (status != 0) return status;
     writeContactSheet(input, output, sheet);
+    if (quiet) return 0;
     std::printf("Demo written to %s:\n  %s\n  %s\n  %s\n  %s  (input frames above output frames)\n",
                 fs::absolute(dir).string().c_str(), input.c_str(), mask.c_str(), output.c_str(), sheet.c_str());
     return 0;
+  } catch (const Interrupted&) {
+    std::fprintf(stderr, "tesselux demo: interrupted; the file being written was removed\n");
+    return 128 + interruptSignal();  // as the shell reports the signal: 130, 143, 129
   } catch (const std::exception& e) {
     std::fprintf(stderr, "tesselux demo: %s\n", e.what());
     return 1;

@@ -14,59 +14,26 @@
 #include <cstdio>
 #include <filesystem>
 #include <cmath>
+#include <exception>
 #include <map>
+#include <mutex>
 #include <numeric>
 #include <optional>
 #include <thread>
 
 #include "controls.h"
 #include "frame_cache.h"
+#include "interrupt.h"
 #include "io/media.h"
 #include "options.h"
 #include "params/control_table.h"
+#include "output_check.h"
 #include "progress.h"
 #include "thost/render.h"
 
 namespace cli {
 
 namespace {
-
-// The signal that asked the render to stop (SIGINT, SIGTERM or SIGHUP), 0
-// for none; a signal handler can reach nothing but a flag like this.
-std::atomic<int> interruptFlag{0};
-extern "C" void onInterrupt(int sig) { interruptFlag.store(sig); }
-
-struct Interrupted {};
-
-// Catches the signals that end a render, so that it stops and removes what it
-// wrote, and restores the previous handlers when the render ends. A file size
-// limit (SIGXFSZ) is ignored instead: the write then fails with EFBIG and the
-// render ends with that error, cleaning up the same way.
-class InterruptGuard {
- public:
-  InterruptGuard() {
-    interruptFlag.store(0);
-    struct sigaction sa = {};
-    sa.sa_handler = onInterrupt;
-    sigemptyset(&sa.sa_mask);
-    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &sa, &old_[i]);
-    struct sigaction ignore = {};
-    ignore.sa_handler = SIG_IGN;
-    sigemptyset(&ignore.sa_mask);
-    sigaction(SIGXFSZ, &ignore, &oldXfsz_);
-  }
-  ~InterruptGuard() {
-    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &old_[i], nullptr);
-    sigaction(SIGXFSZ, &oldXfsz_, nullptr);
-  }
-  InterruptGuard(const InterruptGuard&) = delete;
-  InterruptGuard& operator=(const InterruptGuard&) = delete;
-
- private:
-  static constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
-  std::array<struct sigaction, 3> old_ = {};
-  struct sigaction oldXfsz_ = {};
-};
 
 std::optional<std::string> prescan(const std::vector<std::string>& args, const std::string& name) {
   std::optional<std::string> v;
@@ -257,7 +224,7 @@ bool readsFile(const std::string& source, const std::string& file) {
     }
     size_t j = i;
     while (j < name.size() && name[j] >= '0' && name[j] <= '9') ++j;
-    if (j - i <= 9 && sameFile(sequenceName(source, std::stol(name.substr(i, j - i))), file)) return true;
+    if (j - i <= 18 && sameFile(sequenceName(source, std::stol(name.substr(i, j - i))), file)) return true;
     i = j;
   }
   return false;
@@ -328,46 +295,37 @@ std::vector<std::string> ineffectiveOptions(const std::vector<ControlOption>& co
   return lines;
 }
 
-int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {
-  auto source = openSource(s.input);
-  const int total = source->frameCount();
+// The output frames --frames picks (all by default), checked against the input.
+std::pair<int, int> frameRange(const Settings& s, int total) {
+  if (s.frames.empty()) return {0, total - 1};
+  const size_t dash = s.frames.find('-', 1);
+  long a = 0, b = 0;
+  if (!parseInt(s.frames.substr(0, dash), a) ||
+      !parseInt(dash == std::string::npos ? s.frames.substr(0, dash) : s.frames.substr(dash + 1), b))
+    throw UsageError{"--frames " + s.frames + ": needs A-B (0-based, inclusive)"};
+  if (b < a) throw UsageError{"--frames " + s.frames + ": A must not exceed B"};
+  if (a < 0 || b >= total)
+    throw UsageError{"--frames " + s.frames + ": the input has frames 0-" + std::to_string(total - 1)};
+  return {static_cast<int>(a), static_cast<int>(b)};
+}
+
+// Whether the frames fit the output's kind: one for a still, one size for a video.
+void checkFramesFitOutput(const Settings& s, FrameSource& source, int first, int last) {
   const MediaKind outKind = mediaKind(s.output);
-  Rate rate{30, 1};
-  if (source->rate()) {
-    if (!s.fps.empty()) throw UsageError{"--fps: a video input keeps its own frame rate"};
-    rate = *source->rate();
-  } else if (!s.fps.empty()) {
-    auto [n, d] = parseRate(s.fps);
-    rate = Rate{static_cast<int>(n), static_cast<int>(d)};
-  }
-  const thost::Depth depth = parseDepth(s.depth, source->sampleType());
-
-  int first = 0, last = total - 1;
-  if (!s.frames.empty()) {
-    const size_t dash = s.frames.find('-', 1);
-    long a = 0, b = 0;
-    if (!parseInt(s.frames.substr(0, dash), a) || !parseInt(dash == std::string::npos ? s.frames.substr(0, dash) : s.frames.substr(dash + 1), b))
-      throw UsageError{"--frames " + s.frames + ": needs A-B (0-based, inclusive)"};
-    if (b < a) throw UsageError{"--frames " + s.frames + ": A must not exceed B"};
-    if (a < 0 || b >= total)
-      throw UsageError{"--frames " + s.frames + ": the input has frames 0-" + std::to_string(total - 1)};
-    first = static_cast<int>(a);
-    last = static_cast<int>(b);
-  }
-  const int count = last - first + 1;
-  if (outKind == MediaKind::Still && count > 1)
-    throw UsageError{s.output + ": a still takes one frame; the input has " + std::to_string(total) +
+  if (outKind == MediaKind::Still && last > first)
+    throw UsageError{s.output + ": a still takes one frame; the input has " + std::to_string(source.frameCount()) +
                      " (pick one with --frames K-K, or write a sequence or a video)"};
-  if (outKind == MediaKind::Video) {
-    const auto size0 = source->frameSize(first);
-    for (int k = first; k <= last; ++k)
-      if (source->frameSize(k) != size0)
-        throw UsageError{s.output + ": input frames differ in size (frame " + std::to_string(k) +
-                         "); a video needs one size, write an image sequence instead"};
-  }
-  checkWritableFolder(s.output);
-  checkOutputFree(s, first, last);
+  if (outKind != MediaKind::Video) return;
+  const auto size0 = source.frameSize(first);
+  for (int k = first; k <= last; ++k)
+    if (source.frameSize(k) != size0)
+      throw UsageError{s.output + ": input frames differ in size (frame " + std::to_string(k) +
+                       "); a video needs one size, write an image sequence instead"};
+}
 
+// What every frame's render request shares: depth, time base, downsample, controls.
+thost::RenderRequest baseRequest(const std::vector<ControlOption>& controls, const Settings& s,
+                                 thost::Depth depth, const Rate& rate) {
   thost::RenderRequest base;
   base.depth = depth;
   base.time = thost::TimeBase::fromRate(rate.num, rate.den);
@@ -382,7 +340,159 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
     auto cb = s.checkboxes.find(o.id);
     if (cb != s.checkboxes.end()) base.controls[o.id] = cb->second ? 1.0 : 0.0;
   }
-  const std::optional<VideoTags> tags = source->tags();
+  return base;
+}
+
+// The sink's settings; a video from a video keeps the input's audio over the
+// frames written, and a variable-rate input's frame times.
+SinkSettings sinkSettings(const Settings& s, const FrameSource& source, const Rate& rate, thost::Depth depth,
+                          int first, int last) {
+  const int total = source.frameCount();
+  SinkSettings ss;
+  ss.path = s.output;
+  ss.rate = rate;
+  ss.depth = depth;
+  ss.frameCount = last - first + 1;
+  ss.firstNumber = first;
+  ss.codec = s.codec;
+  ss.crf = s.crf;
+  ss.quiet = s.quiet;
+  ss.tags = source.tags();
+  if (mediaKind(s.output) != MediaKind::Video || sourceKind(s.input) != MediaKind::Video) return ss;
+  ss.audioFrom = s.input;
+  ss.audioStart = first * static_cast<double>(rate.den) / rate.num;
+  ss.audioEnd = (last + 1) * static_cast<double>(rate.den) / rate.num;
+  ss.wholeClip = first == 0 && last == total - 1;
+  const std::vector<double> times = source.frameTimes();
+  if (static_cast<int>(times.size()) == total) {
+    ss.frameTimes.assign(times.begin() + first, times.begin() + last + 1);
+    for (double& t : ss.frameTimes) t -= times[static_cast<size_t>(first)];
+    ss.audioStart = times[static_cast<size_t>(first)];
+    ss.audioEnd = last + 1 < total ? times[static_cast<size_t>(last + 1)] : 1e300;
+  }
+  return ss;
+}
+
+// "Align" pressed for the input's size: the block sizes it sets replace the given ones.
+void pressAlign(thost::RenderHost& host, const std::vector<ControlOption>& controls, thost::RenderRequest& base,
+                std::pair<int, int> size) {
+  auto valueOf = [&](int id) {
+    auto it = base.controls.find(id);
+    if (it != base.controls.end()) return it->second;
+    for (const ControlOption& o : controls)
+      if (o.id == id) return o.param->def.u.fd.dephault / 65536.0;
+    return controlDefault(id);
+  };
+  const auto [bw, bh] = host.align(valueOf(ID_BLOCK_WIDTH), valueOf(ID_BLOCK_HEIGHT), size.first, size.second);
+  base.controls[ID_BLOCK_WIDTH] = bw;
+  base.controls[ID_BLOCK_HEIGHT] = bh;
+}
+
+struct Rendered {
+  int k = 0;
+  std::shared_ptr<FrameSink::Prepared> prepared;  // made ready for the sink on the render's thread
+  std::shared_ptr<thost::Image> image;            // for a sink that takes host pixels, unprepared
+  std::shared_ptr<Picture> picture;               // converted on the render's thread, for the others
+};
+
+// Frame k rendered, and made ready for the sink on this thread.
+Rendered renderOne(const thost::RenderHost& host, const thost::RenderRequest& base, FrameSink& sink, int k,
+                   bool discard, bool hostPixels, SampleType outType) {
+  thost::RenderRequest req = base;
+  req.frame = k;
+  thost::RenderResult r = host.render(req);
+  if (r.err != PF_Err_NONE)
+    throw std::runtime_error("the effect failed on frame " + std::to_string(k) + " with error " + std::to_string(r.err));
+  if (!r.breaks.empty())
+    throw std::runtime_error("frame " + std::to_string(k) + ": host contract broken: " + r.breaks.front());
+  // null: discards, so the frame is not converted either.
+  if (discard) return Rendered{k, nullptr, nullptr, nullptr};
+  if (hostPixels) {
+    if (auto prepared = sink.prepareHost(r.output)) return Rendered{k, std::move(prepared), nullptr, nullptr};
+    return Rendered{k, nullptr, std::make_shared<thost::Image>(std::move(r.output)), nullptr};
+  }
+  return Rendered{k, nullptr, nullptr, std::make_shared<Picture>(fromHost(r.output, outType))};
+}
+
+// Frames enter in order (the decode of frame k overlaps renders of earlier
+// ones), render on any thread, and leave in order for the writer. An error in
+// any stage is kept and thrown once the pipeline has drained: frames still in
+// flight then pass through and are freed, where an exception thrown out of a
+// stage would leave them to oneTBB, which does not free them.
+void runPipeline(const thost::RenderHost& host, const thost::RenderRequest& base, SourceClip& layer,
+                 FrameSink& sink, const Settings& s, int first, int last, size_t tokens) {
+  const thost::Depth depth = base.depth;
+  const bool discard = mediaKind(s.output) == MediaKind::Null;
+  const bool hostPixels = sink.takesHost(depth);
+  const SampleType outType = sink.sampleType();
+  Progress progress(last - first + 1, !s.quiet && stderrIsTerminal());
+  std::mutex failureMutex;
+  std::exception_ptr failure;
+  std::atomic<bool> failed{false};
+  auto fail = [&] {
+    std::lock_guard<std::mutex> lock(failureMutex);
+    if (!failure) failure = std::current_exception();
+    failed.store(true);
+  };
+  int next = first;
+  tbb::parallel_pipeline(
+      tokens,
+      tbb::make_filter<void, int>(tbb::filter_mode::serial_in_order,
+                                  [&](tbb::flow_control& fc) -> int {
+                                    if (next > last || interruptSignal() != 0 || failed.load()) {
+                                      fc.stop();
+                                      return 0;
+                                    }
+                                    const int k = next++;
+                                    try {
+                                      layer.frame(k, depth);
+                                    } catch (...) {
+                                      fail();
+                                    }
+                                    return k;
+                                  }) &
+          tbb::make_filter<int, Rendered>(tbb::filter_mode::parallel,
+                                          [&](int k) {
+                                            if (failed.load()) return Rendered{k, nullptr, nullptr, nullptr};
+                                            try {
+                                              return renderOne(host, base, sink, k, discard, hostPixels, outType);
+                                            } catch (...) {
+                                              fail();
+                                              return Rendered{k, nullptr, nullptr, nullptr};
+                                            }
+                                          }) &
+          tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
+            if (interruptSignal() != 0 || failed.load()) return;
+            try {
+              if (r.prepared) sink.writePrepared(*r.prepared);
+              else if (r.image) sink.writeHost(*r.image);
+              else if (r.picture) sink.write(*r.picture);
+              progress.tick();
+            } catch (...) {
+              fail();
+            }
+          }));
+  if (failure) std::rethrow_exception(failure);
+}
+
+int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {
+  auto source = openSource(s.input);
+  checkOutputName(s.output);
+  Rate rate{30, 1};
+  if (source->rate()) {
+    if (!s.fps.empty()) throw UsageError{"--fps: a video input keeps its own frame rate"};
+    rate = *source->rate();
+  } else if (!s.fps.empty()) {
+    auto [n, d] = parseRate(s.fps);
+    rate = Rate{static_cast<int>(n), static_cast<int>(d)};
+  }
+  const thost::Depth depth = parseDepth(s.depth, source->sampleType());
+  const auto [first, last] = frameRange(s, source->frameCount());
+  checkFramesFitOutput(s, *source, first, last);
+  checkWritableFolder(s.output);
+  checkOutputFree(s, first, last);
+
+  thost::RenderRequest base = baseRequest(controls, s, depth, rate);
   const std::pair<int, int> size0 = source->frameSize(first);
   const int threads = s.threads > 0 ? s.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   const size_t tokens = static_cast<size_t>(threads) * 2;
@@ -390,14 +500,10 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   // Without the time shift ("Frames" 0) each render reads its own frame
   // only: keep just the frames in flight rather than filling the cache with
   // frames nobody asks for again.
-  double timeFrames = 0;
-  for (const ControlOption& o : controls)
-    if (o.id == ID_TIME_FRAMES)
-      timeFrames = base.controls.count(ID_TIME_FRAMES) ? base.controls.at(ID_TIME_FRAMES)
-                                                       : o.param->def.u.fd.dephault / 65536.0;
   const size_t frameBytes = static_cast<size_t>(size0.first) * static_cast<size_t>(size0.second) *
                             static_cast<size_t>(thost::bytesPerPixel(depth));
-  if (timeFrames == 0) cacheBytes = std::min(cacheBytes, (tokens + 2) * frameBytes);
+  if (controlValue(controls, base.controls, ID_TIME_FRAMES) == 0)
+    cacheBytes = std::min(cacheBytes, (tokens + 2) * frameBytes);
   // Decoded frames leaving the cache and rendered frames leaving the writer
   // give their memory back for the next ones, instead of to the system. A
   // block is made only when none is free, so for frames of one size the pool
@@ -407,6 +513,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   const auto pool = std::make_shared<thost::PixelPool>(cacheBytes + (tokens + 2) * frameBytes);
   base.outputPool = pool;
   source->pixelPool = pool;
+  const SinkSettings ss = sinkSettings(s, *source, rate, depth, first, last);
   auto layer = std::make_shared<SourceClip>(std::move(source), cacheBytes);
   base.layer = layer;
   if (!s.mask.empty()) {
@@ -422,106 +529,67 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
 
   // Printed once the render has succeeded, so that a failure stays one line.
   const std::vector<std::string> warnings = ineffectiveOptions(controls, s, base.controls);
-  if (s.align) {
-    auto valueOf = [&](int id) {
-      auto it = base.controls.find(id);
-      if (it != base.controls.end()) return it->second;
-      for (const ControlOption& o : controls)
-        if (o.id == id) return o.param->def.u.fd.dephault / 65536.0;
-      return controlDefault(id);
-    };
-    const auto [bw, bh] = host.align(valueOf(ID_BLOCK_WIDTH), valueOf(ID_BLOCK_HEIGHT), size0.first, size0.second);
-    base.controls[ID_BLOCK_WIDTH] = bw;
-    base.controls[ID_BLOCK_HEIGHT] = bh;
-  }
-
-  SinkSettings ss;
-  ss.path = s.output;
-  ss.rate = rate;
-  ss.depth = depth;
-  ss.frameCount = count;
-  ss.firstNumber = first;
-  ss.codec = s.codec;
-  ss.crf = s.crf;
-  ss.tags = tags;
-  if (outKind == MediaKind::Video && sourceKind(s.input) == MediaKind::Video) {
-    ss.audioFrom = s.input;
-    ss.audioStart = first * static_cast<double>(rate.den) / rate.num;
-    ss.audioEnd = (last + 1) * static_cast<double>(rate.den) / rate.num;
-    ss.wholeClip = first == 0 && last == total - 1;
-    const std::vector<double> times = layer->source().frameTimes();
-    if (static_cast<int>(times.size()) == total) {
-      ss.frameTimes.assign(times.begin() + first, times.begin() + last + 1);
-      for (double& t : ss.frameTimes) t -= times[static_cast<size_t>(first)];
-      ss.audioStart = times[static_cast<size_t>(first)];
-      ss.audioEnd = last + 1 < total ? times[static_cast<size_t>(last + 1)] : 1e300;
-    }
-  }
+  if (s.align) pressAlign(host, controls, base, size0);
   std::unique_ptr<FrameSink> sink = openSink(ss);
-  const bool discard = outKind == MediaKind::Null;
-  const bool hostPixels = sink->takesHost(depth);
-  const SampleType outType = sink->sampleType();
-
   tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
-  if (interruptFlag.load() != 0) throw Interrupted{};
-  Progress progress(count, !s.quiet && stderrIsTerminal());
-  std::vector<std::string> breaks;
-  int next = first;
-
-  struct Rendered {
-    int k = 0;
-    std::shared_ptr<FrameSink::Prepared> prepared;  // made ready for the sink on the render's thread
-    std::shared_ptr<thost::Image> image;            // for a sink that takes host pixels, unprepared
-    std::shared_ptr<Picture> picture;               // converted on the render's thread, for the others
-  };
-  // Frames enter in order (the decode of frame k overlaps renders of earlier
-  // ones), render on any thread, and leave in order for the writer.
-  tbb::parallel_pipeline(
-      tokens,
-      tbb::make_filter<void, int>(tbb::filter_mode::serial_in_order,
-                                  [&](tbb::flow_control& fc) -> int {
-                                    if (next > last || interruptFlag.load() != 0) {
-                                      fc.stop();
-                                      return 0;
-                                    }
-                                    const int k = next++;
-                                    layer->frame(k, depth);
-                                    return k;
-                                  }) &
-          tbb::make_filter<int, Rendered>(tbb::filter_mode::parallel,
-                                          [&](int k) {
-                                            thost::RenderRequest req = base;
-                                            req.frame = k;
-                                            thost::RenderResult r = host.render(req);
-                                            if (r.err != PF_Err_NONE)
-                                              throw std::runtime_error("the effect failed on frame " + std::to_string(k) +
-                                                                       " with error " + std::to_string(r.err));
-                                            if (!r.breaks.empty())
-                                              throw std::runtime_error("frame " + std::to_string(k) +
-                                                                       ": host contract broken: " + r.breaks.front());
-                                            // null: discards, so the frame is not converted either.
-                                            if (discard) return Rendered{k, nullptr, nullptr, nullptr};
-                                            if (hostPixels) {
-                                              if (auto prepared = sink->prepareHost(r.output))
-                                                return Rendered{k, std::move(prepared), nullptr, nullptr};
-                                              return Rendered{k, nullptr,
-                                                              std::make_shared<thost::Image>(std::move(r.output)),
-                                                              nullptr};
-                                            }
-                                            return Rendered{k, nullptr, nullptr,
-                                                            std::make_shared<Picture>(fromHost(r.output, outType))};
-                                          }) &
-          tbb::make_filter<Rendered, void>(tbb::filter_mode::serial_in_order, [&](const Rendered& r) {
-            if (interruptFlag.load() != 0) return;
-            if (r.prepared) sink->writePrepared(*r.prepared);
-            else if (r.image) sink->writeHost(*r.image);
-            else if (r.picture) sink->write(*r.picture);
-            progress.tick();
-          }));
-  if (interruptFlag.load() != 0) throw Interrupted{};
+  throwIfInterrupted();
+  runPipeline(host, base, *layer, *sink, s, first, last, tokens);
+  throwIfInterrupted();
   sink->commit();
   for (const std::string& w : warnings) std::fputs(w.c_str(), stderr);
   return 0;
+}
+
+// The host the options ask for, set up before parsing: the control options
+// come from its reading.
+thost::RenderHost::Options hostOptions(const std::vector<std::string>& args) {
+  thost::RenderHost::Options hopt;
+  if (auto p = prescan(args, "--plugin")) hopt.pluginPath = *p;
+  HostOptions ho;
+  std::vector<std::string> hostArgs;
+  if (auto h = prescan(args, "--host")) hostArgs = {"--host", *h};
+  if (auto a = prescan(args, "--api")) hostArgs.insert(hostArgs.end(), {"--api", *a});
+  ho = parseHostOptions(hostArgs);
+  hopt.app = ho.app;
+  hopt.version = ho.version;
+  hopt.recordCalls = false;
+  hopt.guardWorlds = false;
+  bool check = false;
+  for (const std::string& a : args) check = check || a == "--check";
+  hopt.guardWorlds = check;
+  return hopt;
+}
+
+// Settings that the parser leaves to the command line's order, and checks
+// made before anything is read or written.
+void finishSettings(Settings& s, const std::vector<std::string>& args, const std::vector<std::string>& spelled,
+                    const std::vector<ControlOption>& controls) {
+  // The last of --X and --no-X wins (CLI11 runs flags in the order they were declared).
+  for (const std::string& a : spelled) {
+    if (a == "--") break;
+    for (const ControlOption& o : controls) {
+      if (o.kind != ControlOption::Kind::Checkbox) continue;
+      if (a == "--" + o.option) s.checkboxes[o.id] = true;
+      if (a == "--no-" + o.option) s.checkboxes[o.id] = false;
+    }
+  }
+  if (!s.threadsText.empty()) s.threads = static_cast<int>(positiveCount(s.threadsText, "--threads", 1 << 16));
+  if (!s.cacheText.empty()) s.cacheMb = static_cast<size_t>(positiveCount(s.cacheText, "--cache-mb", 1 << 24));
+  const unsigned cores = std::thread::hardware_concurrency();
+  if (cores > 0 && s.threads > static_cast<int>(cores))
+    std::fprintf(stderr, "tesselux render: warning: --threads %d is more than the %u cores of this machine\n",
+                 s.threads, cores);
+  // The last of -y and -n wins (CLI11 runs flags in the order they were declared).
+  for (const std::string& a : args) {
+    if (a == "--") break;
+    if (a == "-y" || a == "--overwrite") s.overwrite = true;
+    if (a == "-n" || a == "--no-overwrite") s.overwrite = false;
+  }
+  // Option values are checked before anything is read or written.
+  for (const ControlOption& o : controls) {
+    auto it = s.controlText.find(o.id);
+    if (it != s.controlText.end()) parseControlValue(o, it->second);
+  }
 }
 
 }  // namespace
@@ -531,21 +599,7 @@ int runRender(const std::vector<std::string>& args) {
   InterruptGuard guard;
   try {
     // The host is set up first: the control options come from its reading.
-    thost::RenderHost::Options hopt;
-    if (auto p = prescan(args, "--plugin")) hopt.pluginPath = *p;
-    HostOptions ho;
-    std::vector<std::string> hostArgs;
-    if (auto h = prescan(args, "--host")) hostArgs = {"--host", *h};
-    if (auto a = prescan(args, "--api")) hostArgs.insert(hostArgs.end(), {"--api", *a});
-    ho = parseHostOptions(hostArgs);
-    hopt.app = ho.app;
-    hopt.version = ho.version;
-    hopt.recordCalls = false;
-    hopt.guardWorlds = false;
-    bool check = false;
-    for (const std::string& a : args) check = check || a == "--check";
-    hopt.guardWorlds = check;
-    thost::RenderHost host(hopt);
+    thost::RenderHost host(hostOptions(args));
     const std::vector<ControlOption> controls = controlOptions(host.controls());
 
     Settings s;
@@ -564,11 +618,11 @@ int runRender(const std::vector<std::string>& args) {
     app.add_option("--fps", s.fps, "N or N/D for stills and sequences (default 30)");
     app.add_option("--frames", s.frames, "A-B: output frames A..B only (0-based, inclusive)");
     app.add_option("--threads", s.threadsText, "frames rendered at once (default: all cores)");
-    app.add_option("--downsample", s.downsample, "N/D render scale (default 1/1)");
+    app.add_option("--downsample", s.downsample, "N/D resolution: layers and output at that size (default 1/1)");
     app.add_option("--codec", s.codec, "video encoder (default by container: .mp4 libx264, .mov prores_ks, .mkv ffv1)");
     app.add_option("--crf", s.crf, "H.264/H.265 quality (default 18)")->check(CLI::Range(0, 51));
     app.add_option("--cache-mb", s.cacheText, "decoded-frame cache size in MiB (default 256)");
-    app.add_flag("-q,--quiet", s.quiet, "no progress line");
+    app.add_flag("-q,--quiet", s.quiet, "no progress line, no encoder banner");
     bool overwriteFlag = false;  // read below, in command-line order
     app.add_flag("-y,--overwrite", overwriteFlag, "replace an existing output");
     app.add_flag("-n,--no-overwrite", overwriteFlag,
@@ -602,39 +656,14 @@ int runRender(const std::vector<std::string>& args) {
     } catch (const CLI::ParseError& e) {
       throw UsageError{e.what()};
     }
-    // The last of --X and --no-X wins (CLI11 runs flags in the order they were declared).
-    for (const std::string& a : spelled) {
-      if (a == "--") break;
-      for (const ControlOption& o : controls) {
-        if (o.kind != ControlOption::Kind::Checkbox) continue;
-        if (a == "--" + o.option) s.checkboxes[o.id] = true;
-        if (a == "--no-" + o.option) s.checkboxes[o.id] = false;
-      }
-    }
-    if (!s.threadsText.empty()) s.threads = static_cast<int>(positiveCount(s.threadsText, "--threads", 1 << 16));
-    if (!s.cacheText.empty()) s.cacheMb = static_cast<size_t>(positiveCount(s.cacheText, "--cache-mb", 1 << 24));
-    const unsigned cores = std::thread::hardware_concurrency();
-    if (cores > 0 && s.threads > static_cast<int>(cores))
-      std::fprintf(stderr, "tesselux render: warning: --threads %d is more than the %u cores of this machine\n",
-                   s.threads, cores);
-    // The last of -y and -n wins (CLI11 runs flags in the order they were declared).
-    for (const std::string& a : args) {
-      if (a == "--") break;
-      if (a == "-y" || a == "--overwrite") s.overwrite = true;
-      if (a == "-n" || a == "--no-overwrite") s.overwrite = false;
-    }
-    // Option values are checked before anything is read or written.
-    for (const ControlOption& o : controls) {
-      auto it = s.controlText.find(o.id);
-      if (it != s.controlText.end()) parseControlValue(o, it->second);
-    }
+    finishSettings(s, args, spelled, controls);
     return render(host, controls, s);
   } catch (const UsageError& e) {
     std::fprintf(stderr, "tesselux render: %s\n", e.message.c_str());
     return 2;
   } catch (const Interrupted&) {
     std::fprintf(stderr, "tesselux render: interrupted; nothing written\n");
-    return 128 + interruptFlag.load();  // as the shell reports the signal: 130, 143, 129
+    return 128 + interruptSignal();  // as the shell reports the signal: 130, 143, 129
   } catch (const std::exception& e) {
     std::fprintf(stderr, "tesselux render: %s\n", e.what());
     return 1;

@@ -30,7 +30,9 @@ std::string extensionOf(const std::string& path) {
   return lower(fs::path(path).extension().string());
 }
 
-// The position and length of the "%d" / "%04d" conversion in a pattern.
+// The position and length of the frame number's place in a pattern: printf's
+// "%d" / "%04d", else, in the file's own name, oiiotool's run of "#" (four
+// digits each) and "@" (one digit each).
 bool findConversion(const std::string& pattern, size_t& at, size_t& len) {
   for (size_t i = 0; i < pattern.size(); ++i) {
     if (pattern[i] != '%') continue;
@@ -42,7 +44,12 @@ bool findConversion(const std::string& pattern, size_t& at, size_t& len) {
       return true;
     }
   }
-  return false;
+  const size_t slash = pattern.find_last_of('/');
+  at = pattern.find_first_of("#@", slash == std::string::npos ? 0 : slash + 1);
+  if (at == std::string::npos) return false;
+  len = pattern.find_first_not_of("#@", at);
+  len = (len == std::string::npos ? pattern.size() : len) - at;
+  return true;
 }
 
 class ImageSource : public FrameSource {
@@ -89,7 +96,7 @@ std::vector<std::string> sequenceFiles(const std::string& pattern) {
         name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
       continue;
     const std::string digits = name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
-    if (digits.empty() || digits.size() > 9 ||
+    if (digits.empty() || digits.size() > 18 ||
         !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
       continue;
     const long n = std::stol(digits);
@@ -169,9 +176,13 @@ std::optional<bool> stillByContent(const std::string& path);
 
 MediaKind mediaKind(const std::string& path) {
   if (path == "null:" || path == "null") return MediaKind::Null;
+  // As ffmpeg does, a video name is taken as it stands ("50%done.mp4"); a
+  // number pattern is for image files, and a file of that very name wins.
+  if (videoMuxerFor(path)) return MediaKind::Video;
   size_t at = 0, len = 0;
-  if (findConversion(path, at, len)) return MediaKind::Sequence;
-  return videoMuxerFor(path) ? MediaKind::Video : MediaKind::Still;
+  std::error_code ec;
+  if (findConversion(path, at, len) && !fs::is_regular_file(path, ec)) return MediaKind::Sequence;
+  return MediaKind::Still;
 }
 
 MediaKind sourceKind(const std::string& path) {
@@ -185,9 +196,16 @@ MediaKind sourceKind(const std::string& path) {
 std::string sequenceName(const std::string& pattern, long number) {
   size_t at = 0, len = 0;
   if (!findConversion(pattern, at, len)) return pattern;
-  const std::string conv = pattern.substr(at, len - 1) + "ld";
   char buf[64];
-  std::snprintf(buf, sizeof buf, conv.c_str(), number);
+  if (pattern[at] == '%') {
+    const std::string conv = pattern.substr(at, len - 1) + "ld";
+    std::snprintf(buf, sizeof buf, conv.c_str(), number);
+  } else {
+    const std::string run = pattern.substr(at, len);
+    const int digits = static_cast<int>(4 * std::count(run.begin(), run.end(), '#') +
+                                        std::count(run.begin(), run.end(), '@'));
+    std::snprintf(buf, sizeof buf, "%0*ld", std::min(digits, 40), number);
+  }
   return pattern.substr(0, at) + buf + pattern.substr(at + len);
 }
 

@@ -42,9 +42,10 @@ inline void checkSize(const std::string& path, long width, long height) {
                      " x " + std::to_string(PF_MAX_WORLD_HEIGHT) + ")");
 }
 
-// How an output path is treated: a name with a printf frame number ("%04d")
-// is a sequence, "null:" discards, a name libavformat has a muxer for (other
-// than its image writer) a video, any other name a still.
+// How an output path is treated: "null:" discards, a name libavformat has a
+// muxer for (other than its image writer) a video, taken as it stands; a name
+// with a frame number ("%04d", or oiiotool's "#" for four digits and "@" for
+// one) a sequence, unless a file of that very name exists; any other a still.
 MediaKind mediaKind(const std::string& path);
 
 // How an input is read: sequences and "null:" by name, any other file by its
@@ -102,6 +103,7 @@ struct SinkSettings {
   std::string audioFrom;
   double audioStart = 0, audioEnd = 0;
   bool wholeClip = true;  // copy every audio packet, not only those in range
+  bool quiet = false;     // video: encoders print no banner of their own (-q)
 };
 
 // Frames written in order. Nothing appears under the final name until

@@ -19,6 +19,7 @@ extern "C" {
 #include <mutex>
 #include <vector>
 
+#include "av_log_capture.h"
 #include "io/media.h"
 #include "io/yuv_convert.h"
 
@@ -143,8 +144,9 @@ class VideoSource : public FrameSource {
     frame_.reset(av_frame_alloc());
     last_.reset(av_frame_alloc());
     packet_.reset(av_packet_alloc());
-    indexPackets();
+    // Read before the index pass, which may open the file again and free `st`.
     const long announced = st->nb_frames;
+    indexPackets();
     trimToDecodable();
     if (times_.empty()) throw MediaError(path + ": video stream has no frames that decode");
     if (announced > static_cast<long>(times_.size()) || truncated_)
@@ -758,9 +760,13 @@ class VideoSink : public FrameSink {
     if (av_opt_find(c->priv_data, "crf", nullptr, 0, 0))
       av_dict_set(&opts, "crf", std::to_string(s_.crf).c_str(), 0);
     if (codec_->id == AV_CODEC_ID_PRORES) av_dict_set(&opts, "profile", "4444", 0);
+    if (s_.quiet) quietEncoder(codec_->name, &opts);
+    AvLogCapture said;  // an encoder that refuses its settings logs why
     int err = avcodec_open2(c, codec_, &opts);
     av_dict_free(&opts);
-    if (err < 0) throw MediaError(s_.path + ": cannot open the encoder: " + avError(err));
+    if (err < 0)
+      throw MediaError(withLibraryReason(s_.path + ": the " + codec_->name + " encoder refuses its settings", said,
+                                         avError(err)));
     avcodec_parameters_from_context(st_->codecpar, c);
     st_->time_base = c->time_base;
     st_->avg_frame_rate = c->framerate;
@@ -773,7 +779,7 @@ class VideoSink : public FrameSink {
       if (err < 0) throw MediaError(s_.path + ": cannot create the file: " + avError(err));
     }
     err = avformat_write_header(oc_, nullptr);
-    if (err < 0) throw MediaError(s_.path + ": cannot write the header: " + avError(err));
+    if (err < 0) throw MediaError(withLibraryReason(s_.path + ": cannot write the header", said, avError(err)));
     opened_ = true;
   }
 
@@ -911,6 +917,7 @@ std::optional<bool> stillByContent(const std::string& path) {
   pd.buf = head.data();
   pd.buf_size = static_cast<int>(got);
   int score = 0;
+  const AvLogCapture quiet;  // the probers' complaints about what they rejected are no error of ours
   const AVInputFormat* f = av_probe_input_format3(&pd, 1, &score);
   if (!f) return true;  // not media libavformat knows: OpenImageIO may
   const std::string name = f->name;

@@ -281,6 +281,7 @@ struct Host::Impl {
   PF_Err legacyRender();
   void endRender();
   void adoptPreRenderData();      // after PF_Cmd_SMART_PRE_RENDER
+  void checkResultRects();        // the pre-render's result_rect within its max_result_rect
   void discardPreRenderData();
   void setLayerGeometry();        // in_data size and duration from the layer clip
   void afterPixels(PF_Cmd cmd);   // after SMART_RENDER / RENDER: worlds and pixel checkins  // gives back what the host owns of the render; reports leaks of a render record
@@ -424,5 +425,6 @@ PF_Err disposeWorld(Host::Impl& host, PF_EffectWorld* world);
 std::string handleLabel(const Host::Impl& host, PF_Handle h);
 std::string hex32(uint32_t v);
 std::string fmtFloat(double v);
+std::string rectText(const PF_LRect& r);  // "(left,top)-(right,bottom)"
 
 }  // namespace thost

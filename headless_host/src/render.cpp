@@ -418,8 +418,25 @@ PF_Err Host::Impl::preRender(const PF_RenderRequest* request) {
   return run(PF_Cmd_SMART_PRE_RENDER, &r.preExtra);
 }
 
+std::string rectText(const PF_LRect& r) {
+  return "(" + std::to_string(r.left) + "," + std::to_string(r.top) + ")-(" +
+         std::to_string(r.right) + "," + std::to_string(r.bottom) + ")";
+}
+
+// After Effects sizes its buffers by the maximum result rectangle: a result
+// rectangle reaching beyond it would be drawn into memory it never set aside.
+void Host::Impl::checkResultRects() {
+  const PF_LRect& res = render.preOut.result_rect;
+  const PF_LRect& max = render.preOut.max_result_rect;
+  if (res.left >= res.right || res.top >= res.bottom) return;
+  if (res.left < max.left || res.top < max.top || res.right > max.right || res.bottom > max.bottom)
+    addBreak("pre-render result_rect " + rectText(res) + " reaches beyond max_result_rect " +
+             rectText(max));
+}
+
 void Host::Impl::adoptPreRenderData() {
   RenderState& r = render;
+  checkResultRects();
   if (!r.preOut.pre_render_data) return;
   if (r.preOut.delete_pre_render_data_func) {
     r.preRenderPointer = r.preOut.pre_render_data;
@@ -448,11 +465,18 @@ PF_Err Host::Impl::smartRender() {
   in.time_step = r.preStep;
   in.time_scale = r.preScale;
   r.depth = r.preDepth;
-  const std::shared_ptr<const Clip>& layer = clipOf(0);
-  const auto image =
-      layer->frame(frameAt(*layer, in.current_time, in.time_step, in.time_scale), r.depth);
-  if (!lendOutput(image->width, image->height, image->originX, image->originY))
-    throw std::bad_alloc();
+  // After Effects lends an output the size and place of the result rectangle
+  // the pre-render reported, so a wrong rectangle shows in the pixels.
+  const PF_LRect rr = r.preOut.result_rect;
+  const int width = rr.right > rr.left ? rr.right - rr.left : 0;
+  const int height = rr.bottom > rr.top ? rr.bottom - rr.top : 0;
+  if (r.into && (r.into->width != width || r.into->height != height ||
+                 r.into->originX != rr.left || r.into->originY != rr.top)) {
+    addBreak("the pre-render's result_rect " + rectText(rr) +
+             " is not the frame the host asked for; the output is lent at that rectangle");
+    r.into = nullptr;  // the caller's picture keeps what it had
+  }
+  if (!lendOutput(width, height, rr.left, rr.top)) throw std::bad_alloc();
   r.smartIn = PF_SmartRenderInput{};
   r.smartIn.output_request = r.preIn.output_request;
   r.smartIn.bitdepth = r.preIn.bitdepth;
@@ -660,6 +684,62 @@ RenderHost::~RenderHost() {
   if (!impl_->setDown) finalBreaks();
 }
 
+namespace {
+
+// A render record's clips, time, factors and controls from the request; its
+// output goes into the caller's image when one is named.
+void setUpRecord(Host::Impl& d, const RenderRequest& request) {
+  RenderState& r = d.render;
+  // At a reduced resolution every layer is lent at that resolution.
+  const bool reduced =
+      ScaledClip::reduces(request.downsampleX) || ScaledClip::reduces(request.downsampleY);
+  auto atResolution = [&](const std::shared_ptr<const Clip>& clip) -> std::shared_ptr<const Clip> {
+    if (!reduced) return clip;
+    return std::make_shared<ScaledClip>(clip, request.downsampleX, request.downsampleY);
+  };
+  r.clips[0] = atResolution(request.layer);
+  if (request.mask) {
+    const PF_ParamIndex mask = d.maskIndex();
+    if (mask < 0) throw std::invalid_argument("the effect has no layer parameter for a mask");
+    r.clips[mask] = atResolution(request.mask);
+  }
+  d.in.time_scale = request.time.timeScale;
+  d.in.time_step = request.time.timeStep;
+  d.in.local_time_step = request.time.timeStep;
+  d.in.current_time = static_cast<A_long>(request.frame) * request.time.timeStep;
+  d.in.downsample_x = request.downsampleX;
+  d.in.downsample_y = request.downsampleY;
+  d.applyControls(request.controls);
+  if (!request.into) return;
+  const Clip& layer = *r.clips[0];
+  const auto first =
+      layer.frame(d.frameAt(layer, d.in.current_time, d.in.time_step, d.in.time_scale), r.depth);
+  const Image& into = *request.into;
+  if (into.width != first->width || into.height != first->height || into.depth != r.depth ||
+      into.rowbytes < static_cast<std::ptrdiff_t>(into.width) * bytesPerPixel(r.depth))
+    throw std::invalid_argument("the output image must match the layer frame's size and depth");
+  r.into = request.into;
+}
+
+// What the effect drew, into the caller's image or the result.
+void takeOutput(RenderState& r, const RenderRequest& request, RenderResult& result) {
+  if (r.output && r.output->borrowed) {
+    // The effect wrote into the caller's image or the one made for the result.
+    if (r.ownOutput) result.output = std::move(*r.ownOutput);
+  } else if (r.output) {
+    if (r.into) {
+      Image out = imageOf(r.output->world, r.depth);
+      for (int y = 0; y < out.height; ++y)
+        std::memcpy(request.into->row(y), out.row(y),
+                    static_cast<size_t>(out.width) * static_cast<size_t>(bytesPerPixel(r.depth)));
+    } else {
+      result.output = imageOf(r.output->world, r.depth);
+    }
+  }
+}
+
+}  // namespace
+
 RenderResult RenderHost::render(const RenderRequest& request) const {
   if (impl_->setDown) throw std::logic_error("the render host was set down");
   if (!request.layer) throw std::invalid_argument("a render request needs the effect's layer");
@@ -672,29 +752,7 @@ RenderResult RenderHost::render(const RenderRequest& request) const {
   r.depth = request.depth;
   r.guardWorlds = o.guardWorlds;
   r.outputPool = request.outputPool;
-  r.clips[0] = request.layer;
-  if (request.mask) {
-    const PF_ParamIndex mask = d.maskIndex();
-    if (mask < 0) throw std::invalid_argument("the effect has no layer parameter for a mask");
-    r.clips[mask] = request.mask;
-  }
-  d.in.time_scale = request.time.timeScale;
-  d.in.time_step = request.time.timeStep;
-  d.in.local_time_step = request.time.timeStep;
-  d.in.current_time = static_cast<A_long>(request.frame) * request.time.timeStep;
-  d.in.downsample_x = request.downsampleX;
-  d.in.downsample_y = request.downsampleY;
-  d.applyControls(request.controls);
-
-  if (request.into) {
-    const auto first = request.layer->frame(
-        d.frameAt(*request.layer, d.in.current_time, d.in.time_step, d.in.time_scale), r.depth);
-    const Image& into = *request.into;
-    if (into.width != first->width || into.height != first->height || into.depth != r.depth ||
-        into.rowbytes < static_cast<std::ptrdiff_t>(into.width) * bytesPerPixel(r.depth))
-      throw std::invalid_argument("the output image must match the layer frame's size and depth");
-    r.into = request.into;
-  }
+  setUpRecord(d, request);
 
   // Several frames at once only for an effect that says it can take them.
   struct InFlight {
@@ -725,19 +783,7 @@ RenderResult RenderHost::render(const RenderRequest& request) const {
     result.err = d.preRender(nullptr);
     if (result.err == PF_Err_NONE) result.err = d.smartRender();
   }
-  if (r.output && r.output->borrowed) {
-    // The effect wrote into the caller's image or the one made for the result.
-    if (!request.into && r.ownOutput) result.output = std::move(*r.ownOutput);
-  } else if (r.output) {
-    if (request.into) {
-      Image out = imageOf(r.output->world, r.depth);
-      for (int y = 0; y < out.height; ++y)
-        std::memcpy(request.into->row(y), out.row(y),
-                    static_cast<size_t>(out.width) * static_cast<size_t>(bytesPerPixel(r.depth)));
-    } else {
-      result.output = imageOf(r.output->world, r.depth);
-    }
-  }
+  takeOutput(r, request, result);
   d.endRender();
   result.breaks = d.breaks;
   result.toleratedNotices = static_cast<int>(r.notices.size());

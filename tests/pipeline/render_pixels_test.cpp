@@ -217,3 +217,129 @@ TEST_F(RenderPixels, SixteenAndThirtyTwoBitOutputsGoToTheirRenderersInBothHosts)
     }
   }
 }
+
+// ---- Unequal downsample factors: only the horizontal one reaches the renderer.
+
+namespace {
+
+// Renders frame 12 in `app` with the factors given, time frames off so that
+// the legacy record can be rebuilt by hand, and compares with direct renders
+// at the horizontal factor (equal) and at the vertical one (different).
+void expectHorizontalFactorOnly(thost::Host& h, thost::App app, PF_RationalScale x,
+                                PF_RationalScale y) {
+  const float fx = static_cast<float>(x.num) / static_cast<float>(x.den);
+  const float fy = static_cast<float>(y.num) / static_cast<float>(y.den);
+  h.setDownsample(x, y);
+  setFixed(h, ID_TIME_FRAMES, 0);
+  if (app == thost::App::AfterEffects) {
+    ASSERT_EQ(h.preRender(), PF_Err_NONE);
+    ASSERT_EQ(h.smartRender(), PF_Err_NONE);
+  } else {
+    ASSERT_EQ(h.legacyRender(), PF_Err_NONE);
+  }
+  const ParamValues pv = app == thost::App::AfterEffects ? recordOf(h) : legacyRecord(h);
+  OwnedWorld atX(*h.outputWorld()), atY(*h.outputWorld());
+  ASSERT_EQ(renderDirect(thost::Depth::Bits8, h.inputWorld(), &atX.world, pv, fx), PF_Err_NONE);
+  ASSERT_EQ(renderDirect(thost::Depth::Bits8, h.inputWorld(), &atY.world, pv, fy), PF_Err_NONE);
+  const std::vector<uint8_t> got = pixelsOf(*h.outputWorld(), thost::Depth::Bits8);
+  EXPECT_EQ(got, pixelsOf(atX.world, thost::Depth::Bits8))
+      << x.num << "/" << x.den << " by " << y.num << "/" << y.den;
+  // The two factors draw different blocks, so the comparison above can tell them apart.
+  EXPECT_NE(got, pixelsOf(atY.world, thost::Depth::Bits8))
+      << x.num << "/" << x.den << " by " << y.num << "/" << y.den;
+}
+
+}  // namespace
+
+TEST_F(RenderPixels, UnequalDownsampleFactorsPassOnlyTheHorizontalOneInAfterEffects) {
+  for (auto [x, y] : {std::pair<PF_RationalScale, PF_RationalScale>{{1, 2}, {1, 4}},
+                      {{1, 4}, {1, 2}}, {{1, 1}, {1, 3}}, {{1, 3}, {1, 1}}}) {
+    thost::Host& h = ready(thost::App::AfterEffects, thost::Depth::Bits8);
+    expectHorizontalFactorOnly(h, thost::App::AfterEffects, x, y);
+  }
+}
+
+TEST_F(RenderPixels, UnequalDownsampleFactorsPassOnlyTheHorizontalOneInPremierePro) {
+  for (auto [x, y] : {std::pair<PF_RationalScale, PF_RationalScale>{{1, 2}, {1, 4}},
+                      {{1, 4}, {1, 2}}, {{1, 1}, {1, 3}}, {{1, 3}, {1, 1}}}) {
+    thost::Host& h = ready(thost::App::PremierePro, thost::Depth::Bits8);
+    expectHorizontalFactorOnly(h, thost::App::PremierePro, x, y);
+  }
+}
+
+// ---- Result rectangles: pre-render reports the input's, the output follows them.
+
+namespace {
+
+PF_LRect frameRectOf(const thost::Image& img) {
+  return PF_LRect{img.originX, img.originY, img.originX + img.width, img.originY + img.height};
+}
+
+void expectRect(const PF_LRect& got, const PF_LRect& want, const char* what) {
+  EXPECT_EQ(got.left, want.left) << what;
+  EXPECT_EQ(got.top, want.top) << what;
+  EXPECT_EQ(got.right, want.right) << what;
+  EXPECT_EQ(got.bottom, want.bottom) << what;
+}
+
+// A world of the rectangle's size and origin, owned by the test.
+OwnedWorld worldAt(const PF_LRect& r, thost::Depth d) {
+  PF_EffectWorld like;
+  std::memset(&like, 0, sizeof like);
+  like.width = r.right - r.left;
+  like.height = r.bottom - r.top;
+  like.rowbytes = like.width * thost::bytesPerPixel(d);
+  like.origin_x = r.left;
+  like.origin_y = r.top;
+  return OwnedWorld(like);
+}
+
+}  // namespace
+
+TEST_F(RenderPixels, PreRenderReportsTheInputsResultAndMaximumRectanglesWhenTheyDiffer) {
+  for (int k : {5, 12}) {  // frames of other sizes and origins
+    thost::Host& h = ready(thost::App::AfterEffects, thost::Depth::Bits8, k);
+    const auto frame = makeVaryingClip(40, 61, 37)->frame(k, thost::Depth::Bits8);
+    const PF_LRect whole = frameRectOf(*frame);
+    // A request for part of the frame that also reaches past its left and bottom edges.
+    PF_RenderRequest req{};
+    req.rect = PF_LRect{whole.left - 4, whole.top + 3, whole.right - 9, whole.bottom + 6};
+    req.field = PF_Field_FRAME;
+    req.channel_mask = PF_ChannelMask_ARGB;
+    ASSERT_EQ(h.preRender(req), PF_Err_NONE);
+    const PF_PreRenderOutput& out = h.preRenderOutput();
+    // The input checkout's rectangles, worked out from the frame: what the
+    // request covers of it, and the frame whole.
+    expectRect(out.result_rect, PF_LRect{whole.left, whole.top + 3, whole.right - 9, whole.bottom},
+               "result_rect");
+    expectRect(out.max_result_rect, whole, "max_result_rect");
+    ASSERT_EQ(h.smartRender(), PF_Err_NONE);
+  }
+}
+
+TEST_F(RenderPixels, TheOutputWorldFollowsThePreRenderResultRectangle) {
+  for (thost::Depth d : kDepths) {
+    thost::Host& h = ready(thost::App::AfterEffects, d, 7);
+    const auto frame = makeVaryingClip(40, 61, 37)->frame(7, d);
+    const PF_LRect whole = frameRectOf(*frame);
+    const PF_LRect part{whole.left + 5, whole.top + 2, whole.right - 3, whole.bottom - 7};
+    for (const PF_LRect& want : {whole, part}) {
+      PF_RenderRequest req{};
+      req.rect = want;
+      req.field = PF_Field_FRAME;
+      req.channel_mask = PF_ChannelMask_ARGB;
+      ASSERT_EQ(h.preRender(req), PF_Err_NONE);
+      ASSERT_EQ(h.smartRender(), PF_Err_NONE);
+      const PF_EffectWorld* out = h.outputWorld();
+      ASSERT_NE(out, nullptr);
+      EXPECT_EQ(out->width, want.right - want.left) << depthName(d);
+      EXPECT_EQ(out->height, want.bottom - want.top) << depthName(d);
+      EXPECT_EQ(out->origin_x, want.left) << depthName(d);
+      EXPECT_EQ(out->origin_y, want.top) << depthName(d);
+      // The pixels of the renderer called on an output of that rectangle.
+      OwnedWorld direct = worldAt(want, d);
+      ASSERT_EQ(renderDirect(d, h.inputWorld(), &direct.world, recordOf(h), 1.0f), PF_Err_NONE);
+      EXPECT_EQ(pixelsOf(*out, d), pixelsOf(direct.world, d)) << depthName(d);
+    }
+  }
+}

@@ -338,7 +338,9 @@ class Host {
   // preRender() asks for the whole frame unless given a request.
   PF_Err preRender();
   PF_Err preRender(const PF_RenderRequest& request);
-  PF_Err smartRender();   // the render the last preRender() prepared
+  // The render the last preRender() prepared; the output world it lends has
+  // the size and origin of the pre-render's result_rect, as After Effects does.
+  PF_Err smartRender();
   PF_Err legacyRender();  // output world the size and origin of the layer frame
   // What the last render asked for and got, kept until the next render.
   const std::vector<LayerCheckout>& layerCheckouts() const;

@@ -147,6 +147,26 @@ class MemoryClip : public Clip {
   mutable std::map<std::pair<int, Depth>, std::shared_ptr<const Image>> cache_;
 };
 
+// A clip's frames at a reduced resolution, as After Effects lends layers when
+// it renders at a downsample: each frame rounded up to ceil(width * x) by
+// ceil(height * y) pixels (at least one), its origin scaled and rounded down,
+// each pixel the plain average of the source pixels its box covers (box
+// filter; boxes start at floor(i / x) and end at floor((i + 1) / x), at least
+// one pixel wide), channel by channel as stored, to the nearest for 8 and 16
+// bits. Frames are made afresh on each call.
+class ScaledClip : public Clip {
+ public:
+  ScaledClip(std::shared_ptr<const Clip> source, PF_RationalScale x, PF_RationalScale y);
+  int frameCount() const override { return source_->frameCount(); }
+  std::shared_ptr<const Image> frame(int k, Depth depth) const override;
+  // Whether a factor makes frames smaller (num < den).
+  static bool reduces(const PF_RationalScale& f);
+
+ private:
+  std::shared_ptr<const Clip> source_;
+  PF_RationalScale x_, y_;
+};
+
 // The host's time base for a clip: time_scale units a second, one frame lasts
 // time_step; the layer lasts frames * time_step. A host time t shows frame
 // floor(t / time_step), clamped to 0..frames-1.
@@ -171,11 +191,14 @@ struct RenderRequest {
   ControlValues controls;
   std::shared_ptr<const Clip> layer;  // the effect's own layer (required)
   std::shared_ptr<const Clip> mask;   // "Mask Source"; null: none
-  // Frames are lent as the clips serve them: the host scales nothing for a
-  // downsample, it only tells the effect through in_data.
+  // Below 1/1 the host lends the layer's and the mask's frames at that
+  // resolution (ScaledClip), as After Effects does, and tells the effect the
+  // factors through in_data; the output is the reduced frame's size.
   TimeBase time;
   // Where the output goes: null lets the host make it the size and origin of
-  // the layer's frame k. A caller-provided image must match that size and depth.
+  // the layer's frame k (reduced, at a downsample). A caller-provided image must match that size and depth;
+  // an effect whose result_rect differs leaves it untouched (a contract break)
+  // and the result carries the output it drew instead.
   // With world guards off the host lends the effect the clip frames' and this
   // image's own memory instead of copies.
   Image* into = nullptr;
