@@ -161,7 +161,7 @@ class NullSink : public FrameSink {
 
 }  // namespace
 
-// Defined in video.cpp.
+// Defined in video_reader.cpp and video_writer.cpp.
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path);
 std::unique_ptr<FrameSink> openVideoSink(const SinkSettings& settings);
 bool videoMuxerFor(const std::string& path);

@@ -229,3 +229,178 @@ TEST(VideoOutput, VariableRateKeepsEachFramesTime) {
 }
 
 }  // namespace
+
+namespace {
+
+// ffprobe's compact listing of the given entries, every stream and the container.
+std::string probeAll(const std::string& path, const std::string& entries) {
+  const std::string cmd = "ffprobe -v error -show_entries " + entries + " -of compact '" + path + "'";
+  std::FILE* p = popen(cmd.c_str(), "r");
+  std::string out;
+  char buf[512];
+  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
+  if (p) pclose(p);
+  return out;
+}
+
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// The clip with a 2 s tone in the given audio codec.
+std::string clipWithAudio(const Scratch& s, const std::string& name, const std::string& audioCodec) {
+  return makeClip(s, name, "-f lavfi -i sine=f=440:d=2 -c:v libx264 -pix_fmt yuv420p -c:a " + audioCodec, 2);
+}
+
+// The end of the last audio packet, in seconds (WebM keeps no stream duration).
+double audioSeconds(const std::string& path) {
+  const std::string cmd = "ffprobe -v error -select_streams a:0 -show_entries packet=pts_time,duration_time "
+                          "-of csv=p=0 '" + path + "'";
+  std::FILE* p = popen(cmd.c_str(), "r");
+  double end = 0;
+  char buf[128];
+  while (p && std::fgets(buf, sizeof buf, p)) {
+    double pts = 0, duration = 0;
+    if (std::sscanf(buf, "%lf,%lf", &pts, &duration) == 2) end = std::max(end, pts + duration);
+  }
+  if (p) pclose(p);
+  return end;
+}
+
+struct AudioCase {
+  const char* in;
+  const char* inCodec;
+  const char* out;
+  const char* outCodec;
+};
+
+// Audio the output container cannot hold is re-encoded to its default
+// audio codec, never left out: PCM into MP4, Opus into MOV, PCM into WebM.
+class AudioReencode : public ::testing::TestWithParam<AudioCase> {};
+
+TEST_P(AudioReencode, KeepsTheWholeTrack) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const AudioCase c = GetParam();
+  const std::string in = clipWithAudio(s, c.in, c.inCodec);
+  const auto r = cli_test::run(kCli, {"render", in, "-o", s / c.out, "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  const std::string streams = probeAll(s / c.out, "stream=codec_type,codec_name");
+  EXPECT_TRUE(has(streams, std::string("codec_name=") + c.outCodec + "|codec_type=audio")) << streams;
+  EXPECT_NEAR(audioSeconds(s / c.out), 2.0, 0.05);
+}
+
+const AudioCase kAudioCases[] = {
+    {"pcm.mov", "pcm_s16le", "o.mp4", "aac"},
+    {"opus.mkv", "libopus", "o.mov", "aac"},
+    {"pcm.mkv", "pcm_s16le", "o.webm", "opus"},
+};
+INSTANTIATE_TEST_SUITE_P(Containers, AudioReencode, ::testing::ValuesIn(kAudioCases), [](const auto& info) {
+  std::string n = std::string(info.param.in) + "_to_" + info.param.out;
+  std::replace(n.begin(), n.end(), '.', '_');
+  return n;
+});
+
+// Audio the output holds is still copied packet for packet.
+TEST(AudioCopy, AacIntoMp4IsCopied) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = clipWithAudio(s, "aac.mp4", "aac");
+  const auto r = cli_test::run(kCli, {"render", in, "-o", s / "o.mov", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string cmd = "ffprobe -v error -select_streams a:0 -show_entries packet=size -of csv=p=0 '";
+  std::FILE* a = popen((cmd + in + "'").c_str(), "r");
+  std::FILE* b = popen((cmd + (s / "o.mov") + "'").c_str(), "r");
+  std::string sa, sb;
+  char buf[64];
+  while (std::fgets(buf, sizeof buf, a)) sa += buf;
+  while (std::fgets(buf, sizeof buf, b)) sb += buf;
+  pclose(a);
+  pclose(b);
+  EXPECT_FALSE(sa.empty());
+  EXPECT_EQ(sa, sb);
+}
+
+// A clip carrying what users expect to survive: a title and creation time,
+// language tags, a timecode, BT.709 colour tags, a subtitle track.
+std::string taggedClip(const Scratch& s) {
+  {
+    std::FILE* f = std::fopen((s / "s.srt").c_str(), "w");
+    std::fputs("1\n00:00:00,000 --> 00:00:01,000\nhello\n\n2\n00:00:01,000 --> 00:00:02,000\nworld\n", f);
+    std::fclose(f);
+  }
+  return makeClip(s, "tags.mov",
+                  "-f lavfi -i sine=d=2 -i '" + (s / "s.srt") +
+                      "' -map 0 -map 1 -map 2 -c:v libx264 -pix_fmt yuv420p -c:a aac -c:s mov_text "
+                      "-metadata title='My clip' -metadata creation_time=2024-05-06T07:08:09Z -timecode 01:02:03:04 "
+                      "-metadata:s:a:0 language=fra -metadata:s:v:0 language=eng "
+                      "-color_primaries bt709 -color_trc bt709 -colorspace bt709 -color_range tv",
+                  2);
+}
+
+class KeptTags : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(KeptTags, TitleTimeLanguageTimecodeAndColour) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = taggedClip(s);
+  const std::string out = s / GetParam();
+  const auto r = cli_test::run(kCli, {"render", in, "-o", out, "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string info = probeAll(out, "stream=codec_type,color_range,color_space,color_transfer,color_primaries:"
+                                         "stream_tags=language,timecode:format_tags=title,creation_time");
+  EXPECT_TRUE(has(info, "tag:title=My clip")) << info;
+  EXPECT_TRUE(has(info, "tag:creation_time=2024-05-06T07:08:09")) << info;
+  EXPECT_TRUE(has(info, "codec_type=audio|tag:language=fra")) << info;
+  EXPECT_TRUE(has(info, "tag:language=eng")) << info;
+  EXPECT_TRUE(has(info, "=01:02:03:04")) << info;  // TIMECODE in Matroska
+  EXPECT_TRUE(has(info, "color_range=tv|color_space=bt709|color_transfer=bt709|color_primaries=bt709") ||
+              has(info, "color_range=pc|color_space=gbr|color_transfer=bt709|color_primaries=bt709"))
+      << info;
+}
+
+INSTANTIATE_TEST_SUITE_P(Containers, KeptTags, ::testing::Values("o.mov", "o.mp4", "o.mkv"), [](const auto& info) {
+  std::string n = info.param;
+  std::replace(n.begin(), n.end(), '.', '_');
+  return n;
+});
+
+// The MOV timecode is a track of its own there, as in the input.
+TEST(KeptStreams, TimecodeTrackAndSubtitlesInMovAndMp4) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = taggedClip(s);
+  for (const char* name : {"o.mov", "o.mp4"}) {
+    const auto r = cli_test::run(kCli, {"render", in, "-o", s / name, "--strength", "0", "--quiet"}, s.path());
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string info = probeAll(s / name, "stream=codec_type,codec_tag_string");
+    EXPECT_TRUE(has(info, "codec_type=subtitle")) << name << ": " << info;
+    EXPECT_TRUE(has(info, "codec_type=data|codec_tag_string=tmcd")) << name << ": " << info;
+  }
+}
+
+// ProRes writes the colour tags of each frame it is given into its stream.
+TEST(KeptTags, ProResMovKeepsBt709) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = makeClip(s, "c.mp4",
+                                  "-c:v libx264 -pix_fmt yuv420p -color_primaries bt709 -color_trc bt709 "
+                                  "-colorspace bt709 -color_range tv",
+                                  0.3);
+  const auto r = cli_test::run(kCli, {"render", in, "-o", s / "o.mov", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(probe(s / "o.mov", "codec_name,color_range,color_space,color_transfer,color_primaries"),
+            "prores,tv,bt709,bt709,bt709");
+}
+
+// A stream the container cannot hold is named in one warning line.
+TEST(KeptStreams, SubtitleTheContainerCannotHoldIsNamed) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = taggedClip(s);
+  const auto r = cli_test::run(kCli, {"render", in, "-o", s / "o.webm", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(has(r.err, "subtitle stream 2 (mov_text) cannot go into this container")) << r.err;
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+}
+
+}  // namespace
