@@ -454,6 +454,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   ss.codec = s.codec;
   ss.crf = s.crf;
   ss.tags = tags;
+  ss.layout = layer->source().layout();
   if (outKind == MediaKind::Video && sourceKind(s.input) == MediaKind::Video) {
     ss.audioFrom = s.input;
     ss.audioStart = first * static_cast<double>(rate.den) / rate.num;

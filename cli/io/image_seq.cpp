@@ -57,6 +57,13 @@ class ImageSource : public FrameSource {
   }
   int frameCount() const override { return static_cast<int>(files_.size()); }
   SampleType sampleType() const override { return type_; }
+  // The first file's, when every file has it.
+  std::optional<PixelLayout> layout() const override {
+    const PixelLayout first = headers_.front().layout;
+    for (const ImageHeader& h : headers_)
+      if (h.layout.channels != first.channels || h.layout.half != first.half) return std::nullopt;
+    return first;
+  }
   std::pair<int, int> frameSize(int k) const override {
     return {headers_[static_cast<size_t>(k)].width, headers_[static_cast<size_t>(k)].height};
   }
@@ -126,7 +133,7 @@ class ImageSink : public FrameSink {
     ++next_;
     const std::string tmp = temporaryName(final);
     written_.emplace_back(tmp, final);
-    codec_->write(tmp, final, picture);
+    codec_->write(tmp, final, picture, s_.layout ? &*s_.layout : nullptr);
   }
   void commit() override {
     for (const auto& [tmp, final] : written_)
@@ -232,7 +239,7 @@ std::unique_ptr<FrameSink> openSink(const SinkSettings& s) {
 
 void writeImage(const std::string& path, const Picture& picture) {
   const std::string tmp = temporaryName(path);
-  loadImageCodec()->write(tmp, path, picture);
+  loadImageCodec()->write(tmp, path, picture, nullptr);
   if (std::rename(tmp.c_str(), path.c_str()) != 0) {
     std::remove(tmp.c_str());
     throw MediaError(path + ": cannot rename into place: " + std::strerror(errno));

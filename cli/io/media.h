@@ -30,6 +30,13 @@ struct VideoTags {
   int sarNum = 0, sarDen = 1;
 };
 
+// The channels and samples a file holds, for outputs that can hold the same:
+// grey stays grey, RGB gets no alpha, half floats stay half.
+struct PixelLayout {
+  int channels = 4;   // 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
+  bool half = false;  // half-float samples (OpenEXR)
+};
+
 enum class MediaKind { Still, Sequence, Video, Null };
 
 // Refuses a picture larger than a host world can be (PF_MAX_WORLD_WIDTH x
@@ -66,6 +73,7 @@ class FrameSource {
   // The file's own rate, for videos.
   virtual std::optional<Rate> rate() const { return std::nullopt; }
   virtual std::optional<VideoTags> tags() const { return std::nullopt; }
+  virtual std::optional<PixelLayout> layout() const { return std::nullopt; }
   // Each frame's presentation time in seconds from the first, for videos
   // (variable-rate ones keep them); empty for stills and sequences.
   virtual std::vector<double> frameTimes() const { return {}; }
@@ -94,6 +102,8 @@ struct SinkSettings {
   std::string codec;    // video: empty for the container's default
   int crf = 18;         // video: H.264/H.265 quality
   std::optional<VideoTags> tags;
+  // stills: the input's channels and samples, kept where the format holds them
+  std::optional<PixelLayout> layout;
   // video: each written frame's time in seconds from the first written one,
   // from a variable-rate input; empty writes frames at `rate`.
   std::vector<double> frameTimes;

@@ -2,10 +2,16 @@
 // back to a key frame when a frame is not just ahead), every frame checked
 // by its own timestamp.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <vector>
 
+extern "C" {
+#include <libavutil/display.h>
+}
+
 #include "io/av_common.h"
+#include "io/orientation.h"
 #include "io/yuv_convert.h"
 
 namespace cli {
@@ -14,6 +20,15 @@ namespace {
 
 using namespace av;
 
+// The clockwise turn a stream's display matrix asks for, as an orientation
+// code (ffmpeg's autorotate: quarter turns; a mirrored matrix is not applied).
+int streamOrientation(const AVStream* st) {
+  const uint8_t* matrix = av_stream_get_side_data(st, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+  if (!matrix) return 1;
+  const double turn = -av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
+  if (std::isnan(turn)) return 1;
+  return orientationForTurn(static_cast<int>(std::lround(turn / 90.0)) * 90);
+}
 
 // A video packet as the index pass saw it: where a decode may start, and
 // which presentation times the stream holds.
@@ -53,6 +68,10 @@ class VideoSource : public FrameSource {
     width_ = st->codecpar->width;
     height_ = st->codecpar->height;
     checkSize(path, width_, height_);
+    orientation_ = streamOrientation(st);
+    if (swapsSides(orientation_)) std::swap(tags_.sarNum, tags_.sarDen);
+    layout_.channels = desc && ((desc->flags & AV_PIX_FMT_FLAG_PAL) || desc->nb_components >= 3) ? 3 : 1;
+    if (desc && (desc->flags & AV_PIX_FMT_FLAG_ALPHA)) layout_.channels += 1;
     frame_.reset(av_frame_alloc());
     last_.reset(av_frame_alloc());
     packet_.reset(av_packet_alloc());
@@ -70,7 +89,9 @@ class VideoSource : public FrameSource {
   SampleType sampleType() const override { return deep_ ? SampleType::U16 : SampleType::U8; }
   std::optional<Rate> rate() const override { return rate_; }
   std::optional<VideoTags> tags() const override { return tags_; }
-  std::pair<int, int> frameSize(int) const override { return {width_, height_}; }
+  std::optional<PixelLayout> layout() const override { return layout_; }
+  // Upright: the display matrix is applied to every frame.
+  std::pair<int, int> frameSize(int) const override { return uprightSize(orientation_, width_, height_); }
   std::vector<double> frameTimes() const override {
     std::vector<double> t;
     t.reserve(times_.size());
@@ -305,13 +326,23 @@ class VideoSource : public FrameSource {
     if (!deep_) return fromHost(toArgb(f), SampleType::U8);
     Picture p(width_, height_, SampleType::U16);
     convert(f, AV_PIX_FMT_RGBA64LE, p.data.data(), p.rowBytes());
-    return p;
+    if (orientation_ == 1) return p;
+    const auto [w, h] = uprightSize(orientation_, width_, height_);
+    Picture upright(w, h, SampleType::U16);
+    orientPixels(orientation_, p.data.data(), p.rowBytes(), width_, height_, 8, upright.data.data(),
+                 upright.rowBytes());
+    return upright;
   }
 
   thost::Image toArgb(const AVFrame* f) {
     thost::Image image = thost::Image::unfilled(width_, height_, thost::Depth::Bits8, pixelPool);
     convert(f, AV_PIX_FMT_ARGB, image.pixels.data(), static_cast<size_t>(image.rowbytes));
-    return image;
+    if (orientation_ == 1) return image;
+    const auto [w, h] = uprightSize(orientation_, width_, height_);
+    thost::Image upright = thost::Image::unfilled(w, h, thost::Depth::Bits8, pixelPool);
+    orientPixels(orientation_, image.pixels.data(), static_cast<size_t>(image.rowbytes), width_, height_, 4,
+                 upright.pixels.data(), static_cast<size_t>(upright.rowbytes));
+    return upright;
   }
 
   // A stream may change size mid-way (or a damaged one claim another size):
@@ -354,7 +385,9 @@ class VideoSource : public FrameSource {
   AVRational timeBase_{1, 1};
   bool deep_ = false;
   VideoTags tags_;
-  int width_ = 0, height_ = 0;
+  int width_ = 0, height_ = 0;  // as stored, before the display matrix turns it
+  int orientation_ = 1;
+  PixelLayout layout_;
   int next_ = -1;  // index the decoder produces next; -1 while unknown
   bool eof_ = false;
   FramePtr last_;  // the frame decoded last

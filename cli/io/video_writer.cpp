@@ -304,6 +304,8 @@ class VideoSink : public FrameSink {
   void setFieldOrder(AVCodecContext* c) {
     fields_ = side_ ? side_->fieldOrder() : AV_FIELD_UNKNOWN;
     if (fields_ == AV_FIELD_UNKNOWN) return;
+    // x264 codes fields only at heights divisible by 4; elsewhere frames.
+    if (std::strcmp(codec_->name, "libx264") == 0 && c->height % 4 != 0) fields_ = AV_FIELD_PROGRESSIVE;
     c->field_order = fields_;
     if (fields_ != AV_FIELD_PROGRESSIVE) c->flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
   }
@@ -354,6 +356,9 @@ class VideoSink : public FrameSink {
     if (av_opt_find(c->priv_data, "crf", nullptr, 0, 0))
       av_dict_set(&opts, "crf", std::to_string(s_.crf).c_str(), 0);
     if (codec_->id == AV_CODEC_ID_PRORES) av_dict_set(&opts, "profile", "4444", 0);
+    // x264 codes top field first unless told otherwise.
+    if (std::strcmp(codec_->name, "libx264") == 0 && (fields_ == AV_FIELD_BB || fields_ == AV_FIELD_BT))
+      av_dict_set(&opts, "x264-params", "bff=1", 0);
     int err = avcodec_open2(c, codec_, &opts);
     av_dict_free(&opts);
     if (err < 0) throw MediaError(s_.path + ": cannot open the encoder: " + avError(err));

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -401,6 +402,151 @@ TEST(KeptStreams, SubtitleTheContainerCannotHoldIsNamed) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(has(r.err, "subtitle stream 2 (mov_text) cannot go into this container")) << r.err;
   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+}
+
+}  // namespace
+
+namespace {
+
+// iinfo's one-line summary: "name :  W x  H, N channel, TYPE FORMAT".
+std::string imageInfo(const std::string& path) {
+  std::FILE* p = popen(("iinfo '" + path + "'").c_str(), "r");
+  std::string out;
+  char buf[512];
+  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
+  if (p) pclose(p);
+  const size_t colon = out.find(" : ");
+  return colon == std::string::npos ? out : out.substr(colon + 3);
+}
+
+bool haveOiioTools() { return cli_test::shell("oiiotool --help >/dev/null 2>&1 && iinfo --help >/dev/null 2>&1") == 0; }
+
+struct StillCase {
+  const char* label;
+  const char* make;  // shell command writing IN in the scratch folder
+  const char* in;
+  const char* out;
+  const char* want;  // iinfo's "N channel, TYPE"
+};
+
+// Stills keep their channels and samples where the output format holds
+// them: grey stays grey, RGB gets no alpha, half EXR stays half.
+class StillLayout : public ::testing::TestWithParam<StillCase> {};
+
+TEST_P(StillLayout, KeptInTheOutput) {
+  if (!haveFfmpeg() || !haveOiioTools()) GTEST_SKIP() << "no ffmpeg or OpenImageIO tools";
+  Scratch s;
+  const StillCase c = GetParam();
+  ASSERT_EQ(cli_test::shell("cd '" + s.path() + "' && " + c.make), 0) << c.make;
+  std::vector<std::string> args{"render", s / c.in, "-o", s / c.out, "--strength", "0", "--quiet"};
+  if (std::string(c.in).find(".mp4") != std::string::npos) args.insert(args.end(), {"--frames", "0-0"});
+  const auto r = cli_test::run(kCli, args, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(has(imageInfo(s / c.out), c.want)) << imageInfo(s / c.out);
+}
+
+const StillCase kStillCases[] = {
+    {"grey_png", "ffmpeg -v error -f lavfi -i testsrc2=s=160x90 -frames:v 1 -pix_fmt gray g.png", "g.png", "o.png",
+     "1 channel, uint8"},
+    {"grey_to_tiff", "ffmpeg -v error -f lavfi -i testsrc2=s=160x90 -frames:v 1 -pix_fmt gray g.png", "g.png",
+     "o.tif", "1 channel, uint8"},
+    {"grey_alpha_png", "ffmpeg -v error -f lavfi -i testsrc2=s=160x90 -frames:v 1 -pix_fmt ya8 g.png", "g.png",
+     "o.png", "2 channel, uint8"},
+    {"rgb_png", "ffmpeg -v error -f lavfi -i testsrc2=s=160x90 -frames:v 1 -pix_fmt rgb24 c.png", "c.png", "o.png",
+     "3 channel, uint8"},
+    {"rgba_png", "ffmpeg -v error -f lavfi -i testsrc2=s=160x90 -frames:v 1 -pix_fmt rgba c.png", "c.png", "o.png",
+     "4 channel, uint8"},
+    {"half_exr", "oiiotool --pattern checker 64x64 4 -d half -o h.exr", "h.exr", "o.exr", "4 channel, half"},
+    {"half_rgb_exr", "oiiotool --pattern checker 64x64 3 -d half -o h.exr", "h.exr", "o.exr", "3 channel, half"},
+    {"video_to_png", "ffmpeg -v error -f lavfi -i testsrc2=s=160x90:d=0.2 -pix_fmt yuv420p v.mp4", "v.mp4", "o.png",
+     "3 channel, uint8"},
+};
+INSTANTIATE_TEST_SUITE_P(Formats, StillLayout, ::testing::ValuesIn(kStillCases),
+                         [](const auto& info) { return std::string(info.param.label); });
+
+// A video whose display matrix turns it a quarter turn: `ffmpeg -c copy
+// -metadata:s:v:0 rotate=90` (ffmpeg 5's way of writing one).
+std::string turnedClip(const Scratch& s) {
+  const std::string plain = makeClip(s, "plain.mp4", "-c:v libx264 -pix_fmt yuv420p -g 10", 0.5);
+  const std::string turned = s / "turned.mp4";
+  EXPECT_EQ(cli_test::shell("ffmpeg -v error -y -i '" + plain + "' -c copy -metadata:s:v:0 rotate=90 '" + turned + "'"),
+            0);
+  return turned;
+}
+
+// Frames come upright, as ffmpeg shows them (its autorotate), at random too.
+TEST(Orientation, DisplayMatrixIsApplied) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string turned = turnedClip(s);
+  EXPECT_EQ(cli::openSource(turned)->frameSize(0), std::make_pair(kH, kW));
+  expectFramesLikeFfmpeg(turned);
+}
+
+// The output is upright itself, with no matrix left to turn it again.
+TEST(Orientation, OutputIsUprightWithoutAMatrix) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string turned = turnedClip(s);
+  const auto r = cli_test::run(kCli, {"render", turned, "-o", s / "o.mp4", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(probe(s / "o.mp4", "width,height"), std::to_string(kH) + "," + std::to_string(kW));
+  EXPECT_FALSE(has(probeAll(s / "o.mp4", "stream_side_data"), "Display Matrix"));
+  expectFramesLikeFfmpeg(turned);
+}
+
+// A JPEG's EXIF orientation is applied: the still comes out as OpenImageIO's
+// own reorientation shows it.
+TEST(Orientation, JpegExifOrientationIsApplied) {
+  if (!haveFfmpeg() || !haveOiioTools()) GTEST_SKIP() << "no ffmpeg or OpenImageIO tools";
+  Scratch s;
+  for (int o : {3, 6}) {
+    const std::string jpg = s / ("o" + std::to_string(o) + ".jpg");
+    ASSERT_EQ(cli_test::shell("cd '" + s.path() + "' && ffmpeg -v error -y -f lavfi -i testsrc2=s=160x90 -frames:v 1 "
+                              "base.png && oiiotool base.png --orientation " + std::to_string(o) + " -o '" + jpg +
+                              "' && oiiotool '" + jpg + "' --reorient -o ref.png"),
+              0);
+    const auto r = cli_test::run(kCli, {"render", jpg, "-o", s / "out.png", "--strength", "0", "--quiet", "-y"},
+                                 s.path());
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(cli_test::shell("idiff -q '" + (s / "ref.png") + "' '" + (s / "out.png") + "' >/dev/null"), 0)
+        << "orientation " << o;
+  }
+}
+
+// Interlaced input keeps its field order: bottom field first MPEG-2, top
+// field first H.264, into H.264, FFV1 and ProRes (88 rows: interlaced H.264
+// needs a height divisible by 4).
+TEST(Interlaced, FieldOrderIsKept) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string bff = makeClip(s, "bff.mpg", "-vf scale=160:88,setfield=bff -flags +ildct+ilme -top 0 -c:v mpeg2video", 0.5);
+  const std::string tff =
+      makeClip(s, "tff.mp4", "-vf scale=160:88,setfield=tff -flags +ildct+ilme -c:v libx264 -pix_fmt yuv420p -x264opts tff=1", 0.5);
+  ASSERT_EQ(probe(bff, "field_order"), "bb");
+  ASSERT_EQ(probe(tff, "field_order"), "tt");
+  for (const auto& [in, order] : {std::pair<std::string, std::string>{bff, "bb"}, {tff, "tt"}})
+    for (const char* name : {"o.mp4", "o.mkv", "o.mov"}) {
+      const auto r = cli_test::run(kCli, {"render", in, "-o", s / name, "--strength", "0", "--quiet", "-y"}, s.path());
+      ASSERT_EQ(r.status, 0) << r.err;
+      EXPECT_EQ(probe(s / name, "field_order"), order) << in << " -> " << name;
+    }
+}
+
+// Transport streams start their clock at 1.4 s: the audio moves with the
+// video to 0 rather than starting 1.4 s late.
+TEST(AudioCopy, TransportStreamAudioStaysInSync) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = clipWithAudio(s, "av.ts", "aac");
+  const auto r = cli_test::run(kCli, {"render", in, "-o", s / "o.mp4", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string cmd = "ffprobe -v error -select_streams a:0 -show_entries stream=start_time -of csv=p=0 '";
+  std::FILE* p = popen((cmd + (s / "o.mp4") + "'").c_str(), "r");
+  char buf[64] = {};
+  ASSERT_TRUE(p && std::fgets(buf, sizeof buf, p));
+  pclose(p);
+  EXPECT_LT(std::fabs(std::atof(buf)), 0.1) << buf;
 }
 
 }  // namespace
