@@ -12,6 +12,7 @@ extern "C" {
 
 #include "io/av_common.h"
 #include "io/orientation.h"
+#include "io/webp_anim.h"
 #include "io/yuv_convert.h"
 
 namespace cli {
@@ -414,11 +415,13 @@ std::optional<bool> stillByContent(const std::string& path) {
   const AVInputFormat* f = av_probe_input_format3(&pd, 1, &score);
   if (!f) return true;  // not media libavformat knows: OpenImageIO may
   const std::string name = f->name;
+  if (name == "webp_pipe" && isAnimatedWebp(path)) return false;  // a clip
   const bool image = name.size() > 5 && name.compare(name.size() - 5, 5, "_pipe") == 0;
   return image || name == "image2";
 }
 
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path) {
+  if (isAnimatedWebp(path)) return openAnimatedWebp(path);
   av_log_set_level(AV_LOG_QUIET);  // failures come back as one line of ours
   return std::make_unique<VideoSource>(path);
 }

@@ -12,6 +12,7 @@
 
 #include "io/av_common.h"
 #include "io/side_streams.h"
+#include "io/webp_anim.h"
 #include "io/yuv_convert.h"
 
 namespace cli {
@@ -121,7 +122,8 @@ class VideoSink : public FrameSink {
     st_ = avformat_new_stream(oc_, nullptr);
     if (!st_) throw MediaError(s.path + ": cannot add a video stream");
 
-    if (!s.audioFrom.empty()) {
+    // libavformat cannot open an animated WebP, which has nothing but frames.
+    if (!s.audioFrom.empty() && !isAnimatedWebp(s.audioFrom)) {
       side_ = std::make_unique<SideStreams>(s.audioFrom, s.path, oc_,
                                             StreamRange{s.audioStart, s.audioEnd, s.wholeClip});
       side_->copyTags(st_);

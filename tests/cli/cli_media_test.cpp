@@ -550,3 +550,38 @@ TEST(AudioCopy, TransportStreamAudioStaysInSync) {
 }
 
 }  // namespace
+
+namespace {
+
+// Animated WebP (which libavformat 5 cannot read) is a clip: every frame,
+// lossless here so each equals its source frame exactly, read in any order,
+// at its own times (the last frame held longer is kept so).
+TEST(AnimatedWebp, EveryFrameWithItsTiming) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string src = makeClip(s, "src.mkv", "-vf select='lt(n\\,9)+eq(n\\,14)' -fps_mode passthrough "
+                                                 "-c:v ffv1 -pix_fmt rgba", 0.5);
+  const std::string webp = s / "a.webp";
+  ASSERT_EQ(cli_test::shell("ffmpeg -v error -y -i '" + src + "' -fps_mode passthrough -c:v libwebp_anim -lossless 1 "
+                            "-loop 0 '" + webp + "'"),
+            0);
+  const auto reference = ffmpegFrames(src);
+  ASSERT_EQ(reference.size(), 10u);
+  EXPECT_EQ(cli::sourceKind(webp), cli::MediaKind::Video);
+  auto source = cli::openSource(webp);
+  ASSERT_EQ(source->frameCount(), 10);
+  for (int k : {9, 3, 0, 4, 8, 1, 2, 7, 5, 6}) {
+    const Picture p = source->read(k);
+    EXPECT_TRUE(std::equal(reference[static_cast<size_t>(k)].begin(), reference[static_cast<size_t>(k)].end(),
+                           p.data.data()))
+        << "frame " << k;
+  }
+  const auto r = cli_test::run(kCli, {"render", webp, "-o", s / "o.mp4", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::vector<double> got = frameTimes(s / "o.mp4");
+  ASSERT_EQ(got.size(), 10u);
+  for (size_t i = 0; i < 9; ++i) EXPECT_NEAR(got[i], static_cast<double>(i) / 30, 0.002) << "frame " << i;
+  EXPECT_NEAR(got[9], 14.0 / 30, 0.002);
+}
+
+}  // namespace
