@@ -189,7 +189,7 @@ std::vector<std::string> spellCheckboxes(const std::vector<std::string>& args,
 struct Settings {
   std::string input, output, mask;
   std::string depth = "auto";
-  std::string fps, frames, downsample, codec;
+  std::string fps, frames, downsample, codec, format;
   int crf = 18;
   int threads = 0;
   std::string threadsText, cacheText;  // as typed, checked by positiveCount
@@ -209,7 +209,7 @@ thost::Depth parseDepth(const std::string& s, SampleType fileType) {
 }
 
 void checkWritableFolder(const std::string& output) {
-  if (mediaKind(output) == MediaKind::Null) return;
+  if (mediaKind(output) == MediaKind::Null || output == "-") return;
   const std::string probe = mediaKind(output) == MediaKind::Sequence ? sequenceName(output, 0) : output;
   std::filesystem::path dir = std::filesystem::path(probe).parent_path();
   if (dir.empty()) dir = ".";
@@ -452,6 +452,7 @@ int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, 
   ss.frameCount = count;
   ss.firstNumber = first;
   ss.codec = s.codec;
+  ss.format = s.format;
   ss.crf = s.crf;
   ss.tags = tags;
   ss.layout = layer->source().layout();
@@ -577,6 +578,7 @@ int runRender(const std::vector<std::string>& args) {
     app.add_option("--threads", s.threadsText, "frames rendered at once (default: all cores)");
     app.add_option("--downsample", s.downsample, "N/D render scale (default 1/1)");
     app.add_option("--codec", s.codec, "video encoder (default by container: .mp4 libx264, .mov prores_ks, .mkv ffv1)");
+    app.add_option("--format", s.format, "video muxer (nut, matroska, y4m...); needed for -o - (standard output)");
     app.add_option("--crf", s.crf, "H.264/H.265 quality (default 18)")->check(CLI::Range(0, 51));
     app.add_option("--cache-mb", s.cacheText, "decoded-frame cache size in MiB (default 256)");
     app.add_flag("-q,--quiet", s.quiet, "no progress line");
@@ -638,6 +640,11 @@ int runRender(const std::vector<std::string>& args) {
     for (const ControlOption& o : controls) {
       auto it = s.controlText.find(o.id);
       if (it != s.controlText.end()) parseControlValue(o, it->second);
+    }
+    std::optional<StdinSpool> spool;  // INPUT "-": standard input, kept in a file while the render runs
+    if (s.input == "-") {
+      spool.emplace();
+      s.input = spool->path();
     }
     return render(host, controls, s);
   } catch (const UsageError& e) {

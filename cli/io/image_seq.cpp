@@ -176,6 +176,7 @@ std::optional<bool> stillByContent(const std::string& path);
 
 MediaKind mediaKind(const std::string& path) {
   if (path == "null:" || path == "null") return MediaKind::Null;
+  if (path == "-") return MediaKind::Video;  // a stream, through a pipe
   size_t at = 0, len = 0;
   if (findConversion(path, at, len)) return MediaKind::Sequence;
   return videoMuxerFor(path) ? MediaKind::Video : MediaKind::Still;
@@ -236,6 +237,36 @@ std::unique_ptr<FrameSink> openSink(const SinkSettings& s) {
   }
   return std::make_unique<ImageSink>(s, false);
 }
+
+StdinSpool::StdinSpool() {
+  const char* dir = std::getenv("TMPDIR");
+  std::string name = std::string(dir && *dir ? dir : "/tmp") + "/tesselux-stdin-XXXXXX";
+  const int fd = mkstemp(name.data());
+  if (fd < 0) throw MediaError("-: cannot make a temporary file for standard input: " + std::string(std::strerror(errno)));
+  path_ = name;
+  std::vector<char> buf(1 << 20);
+  for (;;) {
+    ssize_t got = ::read(STDIN_FILENO, buf.data(), buf.size());
+    if (got == 0) break;
+    if (got < 0 && errno == EINTR) continue;
+    ssize_t done = 0;
+    while (got > 0 && done < got) {
+      const ssize_t put = ::write(fd, buf.data() + done, static_cast<size_t>(got - done));
+      if (put < 0 && errno == EINTR) continue;
+      if (put <= 0) got = -1;
+      else done += put;
+    }
+    if (got < 0) {
+      const std::string why = std::strerror(errno);
+      close(fd);
+      std::remove(path_.c_str());
+      throw MediaError("-: cannot keep standard input in " + path_ + ": " + why);
+    }
+  }
+  close(fd);
+}
+
+StdinSpool::~StdinSpool() { std::remove(path_.c_str()); }
 
 void writeImage(const std::string& path, const Picture& picture) {
   const std::string tmp = temporaryName(path);

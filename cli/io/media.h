@@ -100,6 +100,9 @@ struct SinkSettings {
   int frameCount = 1;   // frames that will be written
   long firstNumber = 0; // sequence number of the first frame written
   std::string codec;    // video: empty for the container's default
+  // video: the muxer by name (nut, matroska, y4m...), else by the path's
+  // extension; a path of "-" writes to standard output and needs it
+  std::string format;
   int crf = 18;         // video: H.264/H.265 quality
   std::optional<VideoTags> tags;
   // stills: the input's channels and samples, kept where the format holds them
@@ -141,6 +144,21 @@ class FrameSink {
 };
 
 std::unique_ptr<FrameSink> openSink(const SinkSettings& settings);
+
+// Standard input copied into a temporary file, removed with this: the video
+// reader indexes a stream before decoding it and seeks back in it, which a
+// pipe cannot do.
+class StdinSpool {
+ public:
+  StdinSpool();
+  ~StdinSpool();
+  StdinSpool(const StdinSpool&) = delete;
+  StdinSpool& operator=(const StdinSpool&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 // Sample type an image file of this name is written in for a host depth.
 SampleType imageSampleType(const std::string& path, thost::Depth depth);

@@ -70,23 +70,45 @@ void checkChromaFit(const std::string& path, const std::string& codec, AVPixelFo
                    "which keep any size");
 }
 
+// The muxer --format names (y4m for yuv4mpegpipe, as its files are called),
+// else the one for the path's extension.
+AVFormatContext* openMuxer(const SinkSettings& s) {
+  const std::string format = s.format == "y4m" ? "yuv4mpegpipe" : s.format;
+  if (s.path == "-" && format.empty())
+    throw MediaError("-o -: standard output needs --format (nut, matroska, y4m or another muxer ffmpeg -muxers lists)");
+  AVFormatContext* raw = nullptr;
+  const int err = avformat_alloc_output_context2(&raw, nullptr, format.empty() ? nullptr : format.c_str(),
+                                                 s.path.c_str());
+  if (err < 0 || !raw)
+    throw MediaError(format.empty() ? s.path + ": no video muxer for this file type"
+                                    : "--format " + s.format + ": no such muxer (ffmpeg -muxers lists them)");
+  return raw;
+}
+
+// The extension files of this muxer have, for the choice of codec.
+std::string muxerExtension(const AVOutputFormat* f) {
+  const std::string name = f->name;
+  if (name == "matroska") return ".mkv";
+  if (name == "yuv4mpegpipe") return ".y4m";
+  if (!f->extensions) return "";
+  const std::string list = f->extensions;
+  return "." + list.substr(0, list.find(','));
+}
+
 class VideoSink : public FrameSink {
   struct PreparedFrame : Prepared {
     FramePtr frame;
   };
 
  public:
-  explicit VideoSink(const SinkSettings& s) : s_(s), tmp_(temporaryName(s.path)) {
+  explicit VideoSink(const SinkSettings& s)
+      : s_(s), toStdout_(s.path == "-"), tmp_(toStdout_ ? "pipe:1" : temporaryName(s.path)) {
     const std::filesystem::path dir = std::filesystem::path(s.path).parent_path();
     std::error_code ec;
     if (!dir.empty() && !std::filesystem::is_directory(dir, ec))
       throw MediaError(s.path + ": folder " + dir.string() + " does not exist");
-    AVFormatContext* raw = nullptr;
-    int err = avformat_alloc_output_context2(&raw, nullptr, nullptr, s.path.c_str());
-    if (err < 0 || !raw) throw MediaError(s.path + ": no video muxer for this file type");
-    oc_ = raw;
-
-    const std::string ext = lowerExt(s.path);
+    oc_ = openMuxer(s);
+    const std::string ext = s.format.empty() ? lowerExt(s.path) : muxerExtension(oc_->oformat);
     const bool deep = s.depth != thost::Depth::Bits8;
     std::string codecName = s.codec;
     if (codecName.empty()) codecName = defaultCodec(ext, oc_->oformat);
@@ -136,7 +158,7 @@ class VideoSink : public FrameSink {
       if (oc_->pb) avio_closep(&oc_->pb);
       avformat_free_context(oc_);
     }
-    if (!committed_) std::remove(tmp_.c_str());
+    if (!committed_ && !toStdout_) std::remove(tmp_.c_str());
   }
 
   SampleType sampleType() const override { return deepInput_ ? SampleType::U16 : SampleType::U8; }
@@ -217,9 +239,10 @@ class VideoSink : public FrameSink {
     committed_ = true;  // the trailer is written either way; nothing more to finish
     if (oc_->pb) avio_closep(&oc_->pb);
     if (err < 0) {
-      std::remove(tmp_.c_str());
+      if (!toStdout_) std::remove(tmp_.c_str());
       throw MediaError(s_.path + ": cannot finish the file: " + avError(err));
     }
+    if (toStdout_) return;
     if (std::rename(tmp_.c_str(), s_.path.c_str()) != 0) {
       std::remove(tmp_.c_str());
       throw MediaError(s_.path + ": cannot rename into place: " + std::strerror(errno));
@@ -398,7 +421,8 @@ class VideoSink : public FrameSink {
   }
 
   SinkSettings s_;
-  std::string tmp_;
+  bool toStdout_;
+  std::string tmp_;  // written, then renamed to the output; "pipe:1" for standard output
   AVFormatContext* oc_ = nullptr;
   const AVCodec* codec_ = nullptr;
   CodecPtr enc_;

@@ -585,3 +585,63 @@ TEST(AnimatedWebp, EveryFrameWithItsTiming) {
 }
 
 }  // namespace
+
+namespace {
+
+std::string shellOutput(const std::string& cmd) {
+  std::FILE* p = popen(cmd.c_str(), "r");
+  std::string out;
+  char buf[512];
+  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
+  if (p) pclose(p);
+  return out;
+}
+
+// `ffmpeg ... -f nut - | tesselux render - -o - --format F`: read from and
+// written to pipes, the frames are those of the same render between files.
+TEST(Pipes, StandardInputToStandardOutput) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = makeClip(s, "in.nut", "-f lavfi -i sine=d=1 -c:v ffv1 -c:a pcm_s16le", 1);
+  const std::string opts = " --strength 0.5 --seed 3 --quiet ";
+  const auto r = cli_test::run(kCli, {"render", in, "-o", s / "file.nut", "--strength", "0.5", "--seed", "3",
+                                      "--quiet", "--codec", "ffv1"},
+                               s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string md5 = "ffmpeg -v error -i '" + (s / "file.nut") + "' -map 0:v -f framemd5 -";
+  const std::string want = shellOutput(md5);
+  ASSERT_FALSE(want.empty());
+  for (const char* format : {"nut", "matroska"}) {
+    const std::string out = s / (std::string("pipe.") + format);
+    ASSERT_EQ(cli_test::shell("cat '" + in + "' | TMPDIR='" + s.path() + "' '" + kCli + "' render - -o - --format " +
+                              format + opts +
+                              "--codec ffv1 > '" + out + "'"),
+              0)
+        << format;
+    EXPECT_EQ(shellOutput("ffmpeg -v error -i '" + out + "' -map 0:v -f framemd5 -"), want) << format;
+    EXPECT_TRUE(has(probeAll(out, "stream=codec_type"), "codec_type=audio")) << format;
+  }
+  // y4m: raw frames, as ffmpeg writes them.
+  ASSERT_EQ(cli_test::shell("cat '" + in + "' | '" + kCli + "' render - -o - --format y4m" + opts + "> '" +
+                            (s / "pipe.y4m") + "'"),
+            0);
+  EXPECT_EQ(probe(s / "pipe.y4m", "codec_name"), "rawvideo");
+  EXPECT_EQ(shellOutput("ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 '" +
+                        (s / "pipe.y4m") + "'"),
+            "30\n");
+  // Nothing left behind in the temporary folder (TMPDIR) for standard input.
+  for (const auto& e : std::filesystem::directory_iterator(s.path()))
+    EXPECT_EQ(e.path().filename().string().rfind("tesselux-stdin-", 0), std::string::npos);
+}
+
+TEST(Pipes, StandardOutputNeedsAFormat) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  const std::string in = makeClip(s, "in.mkv", "-c:v ffv1", 0.2);
+  const auto r = cli_test::run(kCli, {"render", in, "-o", "-", "--quiet"}, s.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(has(r.err, "standard output needs --format")) << r.err;
+  EXPECT_EQ(r.out, "");
+}
+
+}  // namespace
