@@ -39,7 +39,8 @@ const char* kindName(AVMediaType t) {
 // Whether the muxer takes a stream of these parameters unchanged: its codec
 // list first, then its own checks at set-up (MOV refuses Opus there), tried
 // on a throwaway context that writes nothing.
-bool muxerTakes(const AVOutputFormat* format, const AVCodecParameters* par) {
+bool muxerTakes(const AVOutputFormat* format, const AVStream* in) {
+  const AVCodecParameters* par = in->codecpar;
   if (par->codec_type != AVMEDIA_TYPE_DATA && par->codec_type != AVMEDIA_TYPE_ATTACHMENT &&
       avformat_query_codec(format, par->codec_id, FF_COMPLIANCE_NORMAL) != 1)
     return false;
@@ -50,6 +51,7 @@ bool muxerTakes(const AVOutputFormat* format, const AVCodecParameters* par) {
   if (!st || avcodec_parameters_copy(st->codecpar, par) < 0) return false;
   st->codecpar->codec_tag = 0;
   st->time_base = AVRational{1, 90000};
+  av_dict_copy(&st->metadata, in->metadata, 0);  // Matroska attachments need their file name and type
   // Set-up only, into memory; the header is never written.
   if (!(format->flags & AVFMT_NOFILE) && avio_open_dyn_buf(&raw->pb) < 0) return false;
   const int err = avformat_init_output(raw, nullptr);
@@ -243,6 +245,81 @@ class AudioEncoder {
   int64_t nextPts_ = 0;
 };
 
+// One text subtitle stream decoded and encoded again in the container's own
+// text format (SubRip into MP4 becomes mov_text), as ffmpeg does.
+class SubtitleEncoder {
+ public:
+  SubtitleEncoder(const AVStream* ist, const AVCodec* codec, AVFormatContext* oc, AVStream* ost,
+                  const std::string& outPath)
+      : oc_(oc), ost_(ost), outPath_(outPath) {
+    const AVCodec* decoder = avcodec_find_decoder(ist->codecpar->codec_id);
+    if (!decoder) fail("no decoder for it");
+    dec_.reset(avcodec_alloc_context3(decoder));
+    avcodec_parameters_to_context(dec_.get(), ist->codecpar);
+    dec_->pkt_timebase = ist->time_base;
+    if (avcodec_open2(dec_.get(), decoder, nullptr) < 0) fail("cannot open its decoder");
+    enc_.reset(avcodec_alloc_context3(codec));
+    enc_->time_base = AV_TIME_BASE_Q;
+    if (dec_->subtitle_header) {
+      // The encoder takes the styles the decoder describes (ASS), and frees them.
+      enc_->subtitle_header = static_cast<uint8_t*>(av_mallocz(static_cast<size_t>(dec_->subtitle_header_size) + 1));
+      if (!enc_->subtitle_header) fail("out of memory");
+      std::memcpy(enc_->subtitle_header, dec_->subtitle_header, static_cast<size_t>(dec_->subtitle_header_size));
+      enc_->subtitle_header_size = dec_->subtitle_header_size;
+    }
+    if (avcodec_open2(enc_.get(), codec, nullptr) < 0) fail(std::string("cannot open the ") + codec->name + " encoder");
+    avcodec_parameters_from_context(ost->codecpar, enc_.get());
+    ost->time_base = AVRational{1, 1000};
+  }
+
+  void feed(AVPacket* pkt, double shift) {
+    AVSubtitle sub{};
+    int got = 0;
+    if (avcodec_decode_subtitle2(dec_.get(), &sub, &got, pkt) < 0 || !got) return;
+    if (sub.pts == AV_NOPTS_VALUE) sub.pts = 0;
+    sub.pts += av_rescale_q(sub.start_display_time, AVRational{1, 1000}, AV_TIME_BASE_Q);
+    sub.pts -= std::llround(shift * AV_TIME_BASE);
+    sub.end_display_time -= sub.start_display_time;
+    sub.start_display_time = 0;
+    std::vector<uint8_t> buf(1 << 16);
+    const int size = avcodec_encode_subtitle(enc_.get(), buf.data(), static_cast<int>(buf.size()), &sub);
+    PacketPtr out(av_packet_alloc());
+    if (size > 0 && av_new_packet(out.get(), size) == 0) {
+      std::memcpy(out->data, buf.data(), static_cast<size_t>(size));
+      out->pts = out->dts = av_rescale_q(sub.pts, AV_TIME_BASE_Q, ost_->time_base);
+      out->duration = av_rescale_q(sub.end_display_time, AVRational{1, 1000}, ost_->time_base);
+      out->stream_index = ost_->index;
+      const int err = av_interleaved_write_frame(oc_, out.get());
+      avsubtitle_free(&sub);
+      if (err < 0) throw MediaError(outPath_ + ": cannot write subtitles: " + avError(err));
+      return;
+    }
+    avsubtitle_free(&sub);
+  }
+
+ private:
+  [[noreturn]] void fail(const std::string& why) const {
+    throw MediaError(outPath_ + ": cannot convert subtitles: " + why);
+  }
+
+  AVFormatContext* oc_;
+  AVStream* ost_;
+  std::string outPath_;
+  CodecPtr dec_, enc_;
+};
+
+// The container's text subtitle encoder, for a text subtitle it cannot copy
+// (MP4 and MOV name none, but hold mov_text).
+const AVCodec* textSubtitleEncoder(const AVOutputFormat* format, const AVCodecParameters* par) {
+  AVCodecID id = format->subtitle_codec;
+  if (id == AV_CODEC_ID_NONE && avformat_query_codec(format, AV_CODEC_ID_MOV_TEXT, FF_COMPLIANCE_NORMAL) == 1)
+    id = AV_CODEC_ID_MOV_TEXT;
+  const AVCodecDescriptor* in = avcodec_descriptor_get(par->codec_id);
+  const AVCodecDescriptor* out = avcodec_descriptor_get(id);
+  if (!in || !out || !(in->props & AV_CODEC_PROP_TEXT_SUB) || !(out->props & AV_CODEC_PROP_TEXT_SUB)) return nullptr;
+  return avcodec_find_encoder(id);
+}
+
 SideStreams::SideStreams(const std::string& from, const std::string& outPath, AVFormatContext* oc,
                          StreamRange range)
     : outPath_(outPath), oc_(oc), range_(range), in_(openInput(from)) {
@@ -268,10 +345,11 @@ void SideStreams::addStream(unsigned index) {
   // A QuickTime timecode track travels as the video stream's "timecode"
   // tag, from which the MOV and MP4 muxers write a track of their own.
   if (type == AVMEDIA_TYPE_DATA && par->codec_tag == MKTAG('t', 'm', 'c', 'd')) return;
-  const bool copy = type != AVMEDIA_TYPE_VIDEO && muxerTakes(oc_->oformat, par);
+  const bool copy = type != AVMEDIA_TYPE_VIDEO && muxerTakes(oc_->oformat, ist);
   const AVCodec* encoder = nullptr;
   if (!copy && type == AVMEDIA_TYPE_AUDIO && oc_->oformat->audio_codec != AV_CODEC_ID_NONE)
     encoder = avcodec_find_encoder(oc_->oformat->audio_codec);
+  if (!copy && type == AVMEDIA_TYPE_SUBTITLE) encoder = textSubtitleEncoder(oc_->oformat, par);
   if (!copy && !encoder) {
     std::fprintf(stderr, "tesselux: warning: %s: %s stream %u (%s) cannot go into this container and is left out%s\n",
                  outPath_.c_str(), kindName(type), index, avcodec_get_name(par->codec_id),
@@ -292,7 +370,10 @@ void SideStreams::addStream(unsigned index) {
     ost->time_base = ist->time_base;
     return;
   }
-  route.encoder = std::make_unique<AudioEncoder>(ist, encoder, oc_, ost, outPath_);
+  if (type == AVMEDIA_TYPE_SUBTITLE)
+    route.subtitles = std::make_unique<SubtitleEncoder>(ist, encoder, oc_, ost, outPath_);
+  else
+    route.encoder = std::make_unique<AudioEncoder>(ist, encoder, oc_, ost, outPath_);
 }
 
 void SideStreams::copyTags(AVStream* video) const {
@@ -323,6 +404,10 @@ bool SideStreams::writeOne(AVPacket* pkt) {
   if (!inRange(pkt)) return true;
   if (route.encoder) {
     route.encoder->feed(pkt, shift_);
+    return true;
+  }
+  if (route.subtitles) {
+    route.subtitles->feed(pkt, shift_);
     return true;
   }
   AVStream* ost = oc_->streams[route.out];

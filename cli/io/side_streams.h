@@ -1,8 +1,9 @@
 // Everything of an input video but the picture, carried into the output the
 // way ffmpeg would: audio, subtitle and data streams copied where the output
 // container holds them, audio it cannot hold re-encoded to the container's
-// default audio codec (AAC for MP4/MOV, Opus for WebM), anything else left out
-// with a one-line warning; the container's and the streams' tags kept.
+// default audio codec (AAC for MP4/MOV, Opus for WebM), text subtitles it
+// cannot hold converted to its own text format, anything else left out with
+// a one-line warning; the container's and the streams' tags kept.
 #pragma once
 
 #include <memory>
@@ -21,6 +22,7 @@ struct StreamRange {
 };
 
 class AudioEncoder;
+class SubtitleEncoder;
 
 class SideStreams {
  public:
@@ -45,6 +47,7 @@ class SideStreams {
   struct Route {
     int out = -1;                          // output stream index, -1 for left out
     std::unique_ptr<AudioEncoder> encoder;  // set when re-encoded
+    std::unique_ptr<SubtitleEncoder> subtitles;  // set when converted
   };
   void addStream(unsigned index);
   bool writeOne(AVPacket* pkt);

@@ -393,15 +393,27 @@ TEST(KeptTags, ProResMovKeepsBt709) {
             "prores,tv,bt709,bt709,bt709");
 }
 
-// A stream the container cannot hold is named in one warning line.
-TEST(KeptStreams, SubtitleTheContainerCannotHoldIsNamed) {
+// A stream the container cannot hold (a Matroska attachment in MP4) is
+// named in one warning line; Matroska keeps it.
+TEST(KeptStreams, StreamTheContainerCannotHoldIsNamed) {
   if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
   Scratch s;
-  const std::string in = taggedClip(s);
-  const auto r = cli_test::run(kCli, {"render", in, "-o", s / "o.webm", "--strength", "0", "--quiet"}, s.path());
+  {
+    std::FILE* f = std::fopen((s / "notes.txt").c_str(), "w");
+    std::fputs("notes\n", f);
+    std::fclose(f);
+  }
+  const std::string in =
+      makeClip(s, "att.mkv", "-c:v ffv1 -attach '" + (s / "notes.txt") + "' -metadata:s:t mimetype=text/plain", 0.3);
+  auto r = cli_test::run(kCli, {"render", in, "-o", s / "o.mp4", "--strength", "0", "--quiet"}, s.path());
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_TRUE(has(r.err, "subtitle stream 2 (mov_text) cannot go into this container")) << r.err;
+  EXPECT_TRUE(has(r.err, "attachment stream 1 (none) cannot go into this container and is left out")) << r.err;
   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+  r = cli_test::run(kCli, {"render", in, "-o", s / "o.mkv", "--strength", "0", "--quiet"}, s.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_TRUE(has(probeAll(s / "o.mkv", "stream=codec_type:stream_tags=filename"),
+                  "codec_type=attachment|tag:filename=notes.txt"));
 }
 
 }  // namespace
@@ -642,6 +654,39 @@ TEST(Pipes, StandardOutputNeedsAFormat) {
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(has(r.err, "standard output needs --format")) << r.err;
   EXPECT_EQ(r.out, "");
+}
+
+}  // namespace
+
+namespace {
+
+// SubRip cannot go into MP4, MOV or WebM as it is: it becomes their text
+// format (mov_text, WebVTT) with its language and cue times.
+TEST(KeptStreams, TextSubtitlesConvertedToTheContainersFormat) {
+  if (!haveFfmpeg()) GTEST_SKIP() << "no ffmpeg tool";
+  Scratch s;
+  {
+    std::FILE* f = std::fopen((s / "s.srt").c_str(), "w");
+    std::fputs("1\n00:00:00,000 --> 00:00:01,000\nhello\n\n2\n00:00:01,000 --> 00:00:02,000\nworld\n", f);
+    std::fclose(f);
+  }
+  const std::string in = makeClip(s, "srt.mkv",
+                                  "-i '" + (s / "s.srt") + "' -c:v libx264 -pix_fmt yuv420p -c:s srt "
+                                  "-metadata:s:s:0 language=deu",
+                                  2);
+  const std::pair<const char*, const char*> cases[] = {{"o.mp4", "mov_text"}, {"o.mov", "mov_text"},
+                                                       {"o.webm", "webvtt"}};
+  for (const auto& [name, codec] : cases) {
+    const auto r = cli_test::run(kCli, {"render", in, "-o", s / name, "--strength", "0", "--quiet"}, s.path());
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "") << name;
+    const std::string info = probeAll(s / name, "stream=codec_name,codec_type");
+    EXPECT_TRUE(has(info, std::string("codec_name=") + codec + "|codec_type=subtitle")) << name << ": " << info;
+    const std::string cues = shellOutput("ffmpeg -v error -i '" + (s / name) + "' -map 0:s -f srt -");
+    EXPECT_TRUE(has(cues, "00:00:00,000 --> 00:00:01,000\nhello")) << name << ": " << cues;
+    EXPECT_TRUE(has(cues, "00:00:01,000 --> 00:00:02,000\nworld")) << name << ": " << cues;
+  }
+  EXPECT_TRUE(has(probeAll(s / "o.mp4", "stream_tags=language"), "language=deu"));
 }
 
 }  // namespace
