@@ -24,6 +24,10 @@ class AnimatedWebpSource : public FrameSource {
   explicit AnimatedWebpSource(const std::string& path) : path_(path) {
     std::ifstream in(path, std::ios::binary);
     bytes_.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    // The canvas size from the VP8X header, checked before the decoder allocates the canvas.
+    if (bytes_.size() < 30) throw MediaError(path + ": not a readable animated WebP");
+    auto u24 = [&](size_t at) { return 1L + bytes_[at] + (bytes_[at + 1] << 8) + (bytes_[at + 2] << 16); };
+    checkSize(path, u24(24), u24(27));
     WebPAnimDecoderOptions options;
     WebPAnimDecoderOptionsInit(&options);
     options.color_mode = MODE_RGBA;  // straight alpha, as files keep it
