@@ -401,6 +401,7 @@ class VideoSource : public FrameSource {
 }  // namespace
 
 std::optional<bool> stillByContent(const std::string& path) {
+  av_log_set_level(AV_LOG_QUIET);  // the probe complains of damaged images; the reader says it in one line
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (!file) return std::nullopt;
   std::vector<uint8_t> head(65536 + AVPROBE_PADDING_SIZE, 0);
