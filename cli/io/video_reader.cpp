@@ -76,8 +76,10 @@ class VideoSource : public FrameSource {
     frame_.reset(av_frame_alloc());
     last_.reset(av_frame_alloc());
     packet_.reset(av_packet_alloc());
-    indexPackets();
+    // Read before the index pass: a container that cannot seek back is
+    // opened again there, and `st` goes with the old one.
     const long announced = st->nb_frames;
+    indexPackets();
     trimToDecodable();
     if (times_.empty()) throw MediaError(path + ": video stream has no frames that decode");
     if (announced > static_cast<long>(times_.size()) || truncated_)
