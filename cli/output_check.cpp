@@ -36,12 +36,14 @@ void checkNotADirectoryOrDevice(const std::string& output, const std::string& fi
 
 }  // namespace
 
-void checkOutputName(const std::string& output) {
+void checkOutputName(const std::string& output, const std::string& format) {
   const MediaKind kind = mediaKind(output);
   if (kind == MediaKind::Null) return;
+  // Standard output: the muxer writes there, named by --format.
+  if (output == "-" && !format.empty()) return;
   if (output == "-")
-    throw MediaError("-: standard output is not supported as an output (no pipes); give a file name (" +
-                     std::string(kFormats) + "), or null: to discard");
+    throw MediaError("-: standard output needs --format (nut, matroska, y4m or another muxer), as it has no "
+                     "extension to choose the format by");
   const std::string file = kind == MediaKind::Sequence ? sequenceName(output, 0) : output;
   checkNotADirectoryOrDevice(output, file);
   const std::string ext = fs::path(file).extension().string();

@@ -10,6 +10,6 @@ namespace cli {
 // Throws MediaError saying what is wrong: standard output, a directory, a
 // device or other non-regular file, a name without an extension, or an
 // extension that no image writer or video muxer knows.
-void checkOutputName(const std::string& output);
+void checkOutputName(const std::string& output, const std::string& format);
 
 }  // namespace cli

@@ -156,7 +156,7 @@ std::vector<std::string> spellCheckboxes(const std::vector<std::string>& args,
 struct Settings {
   std::string input, output, mask;
   std::string depth = "auto";
-  std::string fps, frames, downsample, codec;
+  std::string fps, frames, downsample, codec, format;
   int crf = 18;
   int threads = 0;
   std::string threadsText, cacheText;  // as typed, checked by positiveCount
@@ -176,7 +176,7 @@ thost::Depth parseDepth(const std::string& s, SampleType fileType) {
 }
 
 void checkWritableFolder(const std::string& output) {
-  if (mediaKind(output) == MediaKind::Null) return;
+  if (mediaKind(output) == MediaKind::Null || output == "-") return;
   const std::string probe = mediaKind(output) == MediaKind::Sequence ? sequenceName(output, 0) : output;
   std::filesystem::path dir = std::filesystem::path(probe).parent_path();
   if (dir.empty()) dir = ".";
@@ -355,9 +355,11 @@ SinkSettings sinkSettings(const Settings& s, const FrameSource& source, const Ra
   ss.frameCount = last - first + 1;
   ss.firstNumber = first;
   ss.codec = s.codec;
+  ss.format = s.format;
   ss.crf = s.crf;
   ss.quiet = s.quiet;
   ss.tags = source.tags();
+  ss.layout = source.layout();
   if (mediaKind(s.output) != MediaKind::Video || sourceKind(s.input) != MediaKind::Video) return ss;
   ss.audioFrom = s.input;
   ss.audioStart = first * static_cast<double>(rate.den) / rate.num;
@@ -477,7 +479,7 @@ void runPipeline(const thost::RenderHost& host, const thost::RenderRequest& base
 
 int render(thost::RenderHost& host, const std::vector<ControlOption>& controls, const Settings& s) {
   auto source = openSource(s.input);
-  checkOutputName(s.output);
+  checkOutputName(s.output, s.format);
   Rate rate{30, 1};
   if (source->rate()) {
     if (!s.fps.empty()) throw UsageError{"--fps: a video input keeps its own frame rate"};
@@ -620,6 +622,7 @@ int runRender(const std::vector<std::string>& args) {
     app.add_option("--threads", s.threadsText, "frames rendered at once (default: all cores)");
     app.add_option("--downsample", s.downsample, "N/D resolution: layers and output at that size (default 1/1)");
     app.add_option("--codec", s.codec, "video encoder (default by container: .mp4 libx264, .mov prores_ks, .mkv ffv1)");
+    app.add_option("--format", s.format, "video muxer (nut, matroska, y4m...); needed for -o - (standard output)");
     app.add_option("--crf", s.crf, "H.264/H.265 quality (default 18)")->check(CLI::Range(0, 51));
     app.add_option("--cache-mb", s.cacheText, "decoded-frame cache size in MiB (default 256)");
     app.add_flag("-q,--quiet", s.quiet, "no progress line, no encoder banner");
@@ -657,6 +660,11 @@ int runRender(const std::vector<std::string>& args) {
       throw UsageError{e.what()};
     }
     finishSettings(s, args, spelled, controls);
+    std::optional<StdinSpool> spool;  // INPUT "-": standard input, kept in a file while the render runs
+    if (s.input == "-") {
+      spool.emplace();
+      s.input = spool->path();
+    }
     return render(host, controls, s);
   } catch (const UsageError& e) {
     std::fprintf(stderr, "tesselux render: %s\n", e.message.c_str());

@@ -14,6 +14,7 @@ namespace cli {
 struct ImageHeader {
   int width = 0, height = 0;
   SampleType type = SampleType::U8;
+  PixelLayout layout;
 };
 
 // Failures are thrown as MediaError naming the file.
@@ -21,11 +22,15 @@ class ImageCodec {
  public:
   virtual ~ImageCodec() = default;
   virtual ImageHeader readHeader(const std::string& path) const = 0;
-  // Straight RGBA in the file's sample type (half as float).
+  // Straight RGBA in the file's sample type (half as float), upright (its
+  // EXIF orientation applied; the header gives the upright size).
   virtual Picture readPicture(const std::string& path) const = 0;
   // Writes `picture` into the file `tmp`, the format chosen by `final`'s
   // extension; `final` names the file in messages. A failed write removes `tmp`.
-  virtual void write(const std::string& tmp, const std::string& final, const Picture& picture) const = 0;
+  // With `keep`, its channels and half floats where the format holds them;
+  // otherwise RGBA where the format holds alpha.
+  virtual void write(const std::string& tmp, const std::string& final, const Picture& picture,
+                     const PixelLayout* keep) const = 0;
 };
 
 // The module's codec, loaded on first use from TESSELUX_IMAGE_MODULE, else

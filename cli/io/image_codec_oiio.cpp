@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "io/image_codec.h"
+#include "io/orientation.h"
 
 namespace cli {
 
@@ -120,6 +121,39 @@ void writeChecked(const std::string& tmp, const std::string& final, const std::v
   }
 }
 
+// Which of the channels is alpha, -1 for none.
+int alphaChannel(const OIIO::ImageSpec& spec) {
+  return spec.alpha_channel >= 0 ? spec.alpha_channel : (spec.nchannels == 2 ? 1 : spec.nchannels >= 4 ? 3 : -1);
+}
+
+PixelLayout layoutOf(const OIIO::ImageSpec& spec) {
+  PixelLayout l;
+  l.channels = (spec.nchannels >= 3 ? 3 : 1) + (alphaChannel(spec) >= 0 ? 1 : 0);
+  l.half = spec.format == OIIO::TypeDesc::HALF;
+  return l;
+}
+
+// 1 to 8 as EXIF counts; anything else is upright.
+int orientationOf(const OIIO::ImageSpec& spec) {
+  const int o = spec.get_int_attribute("Orientation", 1);
+  return o >= 1 && o <= 8 ? o : 1;
+}
+
+// The channels of a straight RGBA picture the layout keeps, packed: grey
+// from R (the effect moves pixels, so R, G and B stay equal), alpha from A.
+std::vector<uint8_t> packChannels(const Picture& picture, int channels) {
+  const size_t bytes = static_cast<size_t>(sampleBytes(picture.type));
+  const int pick[4][4] = {{0}, {0, 3}, {0, 1, 2}, {0, 1, 2, 3}};
+  const size_t n = static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height);
+  std::vector<uint8_t> out(n * static_cast<size_t>(channels) * bytes);
+  const uint8_t* src = picture.data.data();
+  uint8_t* dst = out.data();
+  for (size_t i = 0; i < n; ++i, src += 4 * bytes)
+    for (int c = 0; c < channels; ++c, dst += bytes)
+      std::memcpy(dst, src + static_cast<size_t>(pick[channels - 1][c]) * bytes, bytes);
+  return out;
+}
+
 class OiioCodec final : public ImageCodec {
  public:
   ImageHeader readHeader(const std::string& path) const override {
@@ -127,7 +161,8 @@ class OiioCodec final : public ImageCodec {
     const auto in = openInput(path);
     const OIIO::ImageSpec& spec = in->spec();
     checkSize(path, spec.width, spec.height);
-    return {spec.width, spec.height, typeOf(spec.format)};
+    const auto [w, h] = uprightSize(orientationOf(spec), spec.width, spec.height);
+    return {w, h, typeOf(spec.format), layoutOf(spec)};
   }
 
   Picture readPicture(const std::string& path) const override {
@@ -146,7 +181,7 @@ class OiioCodec final : public ImageCodec {
       throw MediaError(path + ": " + firstLine(why));
     }
     Picture out(spec.width, spec.height, type);
-    const int alpha = spec.alpha_channel >= 0 ? spec.alpha_channel : (nch == 2 ? 1 : nch >= 4 ? 3 : -1);
+    const int alpha = alphaChannel(spec);
     const size_t n = static_cast<size_t>(spec.width) * spec.height;
     auto expand = [&](auto* dst, const auto* src, auto full) {
       for (size_t i = 0; i < n; ++i, src += nch, dst += 4) {
@@ -167,18 +202,30 @@ class OiioCodec final : public ImageCodec {
              static_cast<uint16_t>(65535));
     else
       expand(reinterpret_cast<float*>(out.data.data()), reinterpret_cast<const float*>(raw.data()), 1.0f);
-    return out;
+    const int orientation = orientationOf(spec);
+    if (orientation == 1) return out;
+    const auto [w, h] = uprightSize(orientation, spec.width, spec.height);
+    Picture upright(w, h, type);
+    orientPixels(orientation, out.data.data(), out.rowBytes(), spec.width, spec.height,
+                 4 * static_cast<size_t>(bytes), upright.data.data(), upright.rowBytes());
+    return upright;
   }
 
-  void write(const std::string& tmp, const std::string& final, const Picture& picture) const override {
+  void write(const std::string& tmp, const std::string& final, const Picture& picture,
+             const PixelLayout* keep) const override {
     auto out = OIIO::ImageOutput::create(tmp);
     if (!out) throw MediaError(final + ": no image writer for this file type");
     const bool keepsAlpha = out->supports("alpha");
-    const int nch = keepsAlpha ? 4 : 3;
+    int nch = keepsAlpha ? 4 : 3;
+    if (keep) nch = keepsAlpha || keep->channels % 2 == 1 ? keep->channels : keep->channels - 1;
     OIIO::TypeDesc fileType = descOf(picture.type);
     const std::string ext = extensionOf(final);
-    if (ext == ".exr" && picture.type != SampleType::F32) fileType = OIIO::TypeDesc::HALF;
+    if (ext == ".exr" && (picture.type != SampleType::F32 || (keep && keep->half))) fileType = OIIO::TypeDesc::HALF;
     OIIO::ImageSpec spec(picture.width, picture.height, nch, fileType);
+    if (nch <= 2) {
+      spec.channelnames = nch == 1 ? std::vector<std::string>{"Y"} : std::vector<std::string>{"Y", "A"};
+      spec.alpha_channel = nch == 2 ? 1 : -1;
+    }
     spec.attribute("oiio:UnassociatedAlpha", 1);
     // No time stamp in the file: the same frame rendered twice (a farm piece
     // and a whole render) must give the same bytes.
@@ -193,8 +240,10 @@ class OiioCodec final : public ImageCodec {
       std::remove(tmp.c_str());
       throw MediaError(final + ": cannot write: " + firstLine(out->geterror()));
     }
-    const OIIO::stride_t xstride = 4 * sampleBytes(picture.type);
-    const bool ok = out->write_image(descOf(picture.type), picture.data.data(), xstride) && out->close();
+    const std::vector<uint8_t> packed = nch == 4 ? std::vector<uint8_t>() : packChannels(picture, nch);
+    const OIIO::stride_t xstride = (nch == 4 ? 4 : nch) * sampleBytes(picture.type);
+    const bool ok =
+        out->write_image(descOf(picture.type), nch == 4 ? picture.data.data() : packed.data(), xstride) && out->close();
     if (!ok) {
       std::remove(tmp.c_str());
       throw MediaError(final + ": cannot write: " + firstLine(out->geterror()));

@@ -64,6 +64,13 @@ class ImageSource : public FrameSource {
   }
   int frameCount() const override { return static_cast<int>(files_.size()); }
   SampleType sampleType() const override { return type_; }
+  // The first file's, when every file has it.
+  std::optional<PixelLayout> layout() const override {
+    const PixelLayout first = headers_.front().layout;
+    for (const ImageHeader& h : headers_)
+      if (h.layout.channels != first.channels || h.layout.half != first.half) return std::nullopt;
+    return first;
+  }
   std::pair<int, int> frameSize(int k) const override {
     return {headers_[static_cast<size_t>(k)].width, headers_[static_cast<size_t>(k)].height};
   }
@@ -133,7 +140,7 @@ class ImageSink : public FrameSink {
     ++next_;
     const std::string tmp = temporaryName(final);
     written_.emplace_back(tmp, final);
-    codec_->write(tmp, final, picture);
+    codec_->write(tmp, final, picture, s_.layout ? &*s_.layout : nullptr);
   }
   void commit() override {
     for (const auto& [tmp, final] : written_)
@@ -168,7 +175,7 @@ class NullSink : public FrameSink {
 
 }  // namespace
 
-// Defined in video.cpp.
+// Defined in video_reader.cpp and video_writer.cpp.
 std::unique_ptr<FrameSource> openVideoSource(const std::string& path);
 std::unique_ptr<FrameSink> openVideoSink(const SinkSettings& settings);
 bool videoMuxerFor(const std::string& path);
@@ -176,6 +183,7 @@ std::optional<bool> stillByContent(const std::string& path);
 
 MediaKind mediaKind(const std::string& path) {
   if (path == "null:" || path == "null") return MediaKind::Null;
+  if (path == "-") return MediaKind::Video;  // a stream, through a pipe
   // As ffmpeg does, a video name is taken as it stands ("50%done.mp4"); a
   // number pattern is for image files, and a file of that very name wins.
   if (videoMuxerFor(path)) return MediaKind::Video;
@@ -248,9 +256,39 @@ std::unique_ptr<FrameSink> openSink(const SinkSettings& s) {
   return std::make_unique<ImageSink>(s, false);
 }
 
+StdinSpool::StdinSpool() {
+  const char* dir = std::getenv("TMPDIR");
+  std::string name = std::string(dir && *dir ? dir : "/tmp") + "/tesselux-stdin-XXXXXX";
+  const int fd = mkstemp(name.data());
+  if (fd < 0) throw MediaError("-: cannot make a temporary file for standard input: " + std::string(std::strerror(errno)));
+  path_ = name;
+  std::vector<char> buf(1 << 20);
+  for (;;) {
+    ssize_t got = ::read(STDIN_FILENO, buf.data(), buf.size());
+    if (got == 0) break;
+    if (got < 0 && errno == EINTR) continue;
+    ssize_t done = 0;
+    while (got > 0 && done < got) {
+      const ssize_t put = ::write(fd, buf.data() + done, static_cast<size_t>(got - done));
+      if (put < 0 && errno == EINTR) continue;
+      if (put <= 0) got = -1;
+      else done += put;
+    }
+    if (got < 0) {
+      const std::string why = std::strerror(errno);
+      close(fd);
+      std::remove(path_.c_str());
+      throw MediaError("-: cannot keep standard input in " + path_ + ": " + why);
+    }
+  }
+  close(fd);
+}
+
+StdinSpool::~StdinSpool() { std::remove(path_.c_str()); }
+
 void writeImage(const std::string& path, const Picture& picture) {
   const std::string tmp = temporaryName(path);
-  loadImageCodec()->write(tmp, path, picture);
+  loadImageCodec()->write(tmp, path, picture, nullptr);
   if (std::rename(tmp.c_str(), path.c_str()) != 0) {
     std::remove(tmp.c_str());
     throw MediaError(path + ": cannot rename into place: " + std::strerror(errno));

@@ -30,6 +30,13 @@ struct VideoTags {
   int sarNum = 0, sarDen = 1;
 };
 
+// The channels and samples a file holds, for outputs that can hold the same:
+// grey stays grey, RGB gets no alpha, half floats stay half.
+struct PixelLayout {
+  int channels = 4;   // 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
+  bool half = false;  // half-float samples (OpenEXR)
+};
+
 enum class MediaKind { Still, Sequence, Video, Null };
 
 // Refuses a picture larger than a host world can be (PF_MAX_WORLD_WIDTH x
@@ -67,6 +74,7 @@ class FrameSource {
   // The file's own rate, for videos.
   virtual std::optional<Rate> rate() const { return std::nullopt; }
   virtual std::optional<VideoTags> tags() const { return std::nullopt; }
+  virtual std::optional<PixelLayout> layout() const { return std::nullopt; }
   // Each frame's presentation time in seconds from the first, for videos
   // (variable-rate ones keep them); empty for stills and sequences.
   virtual std::vector<double> frameTimes() const { return {}; }
@@ -93,8 +101,13 @@ struct SinkSettings {
   int frameCount = 1;   // frames that will be written
   long firstNumber = 0; // sequence number of the first frame written
   std::string codec;    // video: empty for the container's default
+  // video: the muxer by name (nut, matroska, y4m...), else by the path's
+  // extension; a path of "-" writes to standard output and needs it
+  std::string format;
   int crf = 18;         // video: H.264/H.265 quality
   std::optional<VideoTags> tags;
+  // stills: the input's channels and samples, kept where the format holds them
+  std::optional<PixelLayout> layout;
   // video: each written frame's time in seconds from the first written one,
   // from a variable-rate input; empty writes frames at `rate`.
   std::vector<double> frameTimes;
@@ -133,6 +146,21 @@ class FrameSink {
 };
 
 std::unique_ptr<FrameSink> openSink(const SinkSettings& settings);
+
+// Standard input copied into a temporary file, removed with this: the video
+// reader indexes a stream before decoding it and seeks back in it, which a
+// pipe cannot do.
+class StdinSpool {
+ public:
+  StdinSpool();
+  ~StdinSpool();
+  StdinSpool(const StdinSpool&) = delete;
+  StdinSpool& operator=(const StdinSpool&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 // Sample type an image file of this name is written in for a host depth.
 SampleType imageSampleType(const std::string& path, thost::Depth depth);

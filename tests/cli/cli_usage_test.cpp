@@ -53,7 +53,7 @@ TEST(OutputNames, EachBadOutputSaysWhatIsWrong) {
   makeClip(s / "in.mp4");
   std::filesystem::create_directory(s / "out");
   const std::vector<std::pair<std::string, std::string>> cases{
-      {"-", "standard output is not supported"},
+      {"-", "standard output needs --format"},
       {"/dev/null", "is not a regular file"},
       {s / "out/", "is a directory"},
       {s / "out", "is a directory"},
