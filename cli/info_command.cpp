@@ -314,14 +314,8 @@ bool run(thost::Host& host, const char* what, PF_Err (thost::Host::*command)()) 
   return false;
 }
 
-int info(const HostOptions& opt) {
-  const std::string plugin = opt.plugin.empty() ? thost::Host::defaultPluginPath() : opt.plugin;
-  thost::Host host(plugin, opt.app, opt.version);
-  bool ok = true;
-
-  std::printf("Plug-in   %s\n", plugin.c_str());
-  std::printf("Host      %s, API %d.%d\n\n", appName(opt.app), opt.version.major, opt.version.minor);
-
+// Registration, as the host read it. False when it failed.
+bool printRegistration(thost::Host& host) {
   const A_Err regErr = host.registerPlugin();
   const thost::Registration& reg = host.registration();
   std::printf("Registration (%d call%s, result %d)\n", reg.callCount, reg.callCount == 1 ? "" : "s",
@@ -334,58 +328,63 @@ int info(const HostOptions& opt) {
               static_cast<unsigned>(reg.kind));
   std::printf("  API version     %d.%d\n", reg.apiVersion, reg.apiSubversion);
   std::printf("  reserved info   %d\n\n", reg.reservedInfo);
-  ok = ok && regErr == A_Err_NONE && reg.callCount == 1;
+  return regErr == A_Err_NONE && reg.callCount == 1;
+}
 
-  if (run(host, "PF_Cmd_GLOBAL_SETUP", &thost::Host::globalSetup)) {
-    const PF_OutData& out = host.outData();
-    std::printf("Global setup\n");
-    std::printf("  version         %s, raw %u (0x%08X)\n", versionText(out.my_version).c_str(),
-                out.my_version, out.my_version);
-    std::printf("  out_flags       0x%08X  %s\n", static_cast<unsigned>(out.out_flags),
-                flagNames(out.out_flags, kOutFlags).c_str());
-    std::printf("  out_flags2      0x%08X  %s\n", static_cast<unsigned>(out.out_flags2),
-                flagNames(out.out_flags2, kOutFlags2).c_str());
-    if (opt.app == thost::App::PremierePro) {
-      std::printf("  pixel formats  ");
-      for (PrPixelFormat f : host.supportedPixelFormats())
-        std::printf(" 0x%08X", static_cast<unsigned>(f));
-      if (host.supportedPixelFormats().empty()) std::printf(" (none)");
-      std::printf("\n");
-    }
+bool printGlobalSetup(thost::Host& host, thost::App app) {
+  if (!run(host, "PF_Cmd_GLOBAL_SETUP", &thost::Host::globalSetup)) return false;
+  const PF_OutData& out = host.outData();
+  std::printf("Global setup\n");
+  std::printf("  version         %s, raw %u (0x%08X)\n", versionText(out.my_version).c_str(),
+              out.my_version, out.my_version);
+  std::printf("  out_flags       0x%08X  %s\n", static_cast<unsigned>(out.out_flags),
+              flagNames(out.out_flags, kOutFlags).c_str());
+  std::printf("  out_flags2      0x%08X  %s\n", static_cast<unsigned>(out.out_flags2),
+              flagNames(out.out_flags2, kOutFlags2).c_str());
+  if (app == thost::App::PremierePro) {
+    std::printf("  pixel formats  ");
+    for (PrPixelFormat f : host.supportedPixelFormats())
+      std::printf(" 0x%08X", static_cast<unsigned>(f));
+    if (host.supportedPixelFormats().empty()) std::printf(" (none)");
     std::printf("\n");
-  } else {
-    ok = false;
   }
+  std::printf("\n");
+  return true;
+}
 
-  if (run(host, "PF_Cmd_ABOUT", &thost::Host::about)) {
-    // Hosts break about-box lines at carriage returns.
-    std::string text = host.returnMessage();
-    for (size_t at = 0; (at = text.find_first_of("\r\n", at)) != std::string::npos; at += 3)
-      text.replace(at, 1, "\n  ");
-    std::printf("About\n  %s\n\n", text.c_str());
-  } else
-    ok = false;
+bool printAbout(thost::Host& host) {
+  if (!run(host, "PF_Cmd_ABOUT", &thost::Host::about)) return false;
+  // Hosts break about-box lines at carriage returns.
+  std::string text = host.returnMessage();
+  for (size_t at = 0; (at = text.find_first_of("\r\n", at)) != std::string::npos; at += 3)
+    text.replace(at, 1, "\n  ");
+  std::printf("About\n  %s\n\n", text.c_str());
+  return true;
+}
 
-  if (run(host, "PF_Cmd_PARAMS_SETUP", &thost::Host::paramsSetup)) {
-    const auto& params = host.addedParams();
-    std::printf("Controls (num_params %d: the input layer and %zu controls)\n", host.numParams(),
-                params.size());
-    std::vector<Row> rows;
-    rows.push_back(Row{"0", "", "layer", "(input layer)", "", "", "", "", ""});
-    int depth = 0;
-    for (size_t i = 0; i < params.size(); ++i) {
-      if (params[i].def.param_type == PF_Param_GROUP_END && depth > 0) --depth;
-      rows.push_back(describe(params[i], i + 1, depth));
-      if (params[i].def.param_type == PF_Param_GROUP_START) ++depth;
-    }
-    printTable(rows);
-    for (const PF_CustomUIInfo& ui : host.registeredUI())
-      std::printf("  custom UI registered: events 0x%X\n", static_cast<unsigned>(ui.events));
-    std::printf("\n");
-  } else {
-    ok = false;
+bool printControls(thost::Host& host) {
+  if (!run(host, "PF_Cmd_PARAMS_SETUP", &thost::Host::paramsSetup)) return false;
+  const auto& params = host.addedParams();
+  std::printf("Controls (num_params %d: the input layer and %zu controls)\n", host.numParams(),
+              params.size());
+  std::vector<Row> rows;
+  rows.push_back(Row{"0", "", "layer", "(input layer)", "", "", "", "", ""});
+  int depth = 0;
+  for (size_t i = 0; i < params.size(); ++i) {
+    if (params[i].def.param_type == PF_Param_GROUP_END && depth > 0) --depth;
+    rows.push_back(describe(params[i], i + 1, depth));
+    if (params[i].def.param_type == PF_Param_GROUP_START) ++depth;
   }
+  printTable(rows);
+  for (const PF_CustomUIInfo& ui : host.registeredUI())
+    std::printf("  custom UI registered: events 0x%X\n", static_cast<unsigned>(ui.events));
+  std::printf("\n");
+  return true;
+}
 
+// Sequence setup and setdown, global setdown, then the host's verdict.
+bool printEnding(thost::Host& host) {
+  bool ok = true;
   if (run(host, "PF_Cmd_SEQUENCE_SETUP", &thost::Host::sequenceSetup)) {
     std::printf("Sequence data   %llu bytes\n",
                 static_cast<unsigned long long>(host.handleSize(host.sequenceData())));
@@ -394,7 +393,6 @@ int info(const HostOptions& opt) {
     ok = false;
   }
   ok = run(host, "PF_Cmd_GLOBAL_SETDOWN", &thost::Host::globalSetdown) && ok;
-
   host.finish();
   const auto& breaks = host.contractBreaks();
   if (breaks.empty()) {
@@ -405,9 +403,58 @@ int info(const HostOptions& opt) {
     ok = false;
     host.clearContractBreaks();
   }
+  return ok;
+}
+
+int info(const HostOptions& opt) {
+  const std::string plugin = opt.plugin.empty() ? thost::Host::defaultPluginPath() : opt.plugin;
+  thost::Host host(plugin, opt.app, opt.version);
+  std::printf("Plug-in   %s\n", plugin.c_str());
+  std::printf("Host      %s, API %d.%d\n\n", appName(opt.app), opt.version.major, opt.version.minor);
+  bool ok = printRegistration(host);
+  ok = printGlobalSetup(host, opt.app) && ok;
+  ok = printAbout(host) && ok;
+  ok = printControls(host) && ok;
+  ok = printEnding(host) && ok;
   return ok ? 0 : 1;
 }
 
+
+// One control of parameter setup, as a JSON object.
+void jsonControl(Json& j, const thost::AddedParam& p, size_t index, const std::vector<ControlOption>& options) {
+  const PF_ParamDef& d = p.def;
+  j.open().key("index").num(static_cast<double>(index)).key("id").num(d.uu.id);
+  j.key("type").str(typeName(d.param_type)).key("name").str(d.name);
+  for (const ControlOption& o : options)
+    if (o.id == d.uu.id) j.key("option").str("--" + o.option);
+  switch (d.param_type) {
+    case PF_Param_FIX_SLIDER:
+      j.key("valid_min").num(d.u.fd.valid_min / 65536.0).key("valid_max").num(d.u.fd.valid_max / 65536.0);
+      j.key("slider_min").num(d.u.fd.slider_min / 65536.0).key("slider_max").num(d.u.fd.slider_max / 65536.0);
+      j.key("default").num(d.u.fd.dephault / 65536.0).key("precision").num(d.u.fd.precision);
+      break;
+    case PF_Param_FLOAT_SLIDER:
+      j.key("valid_min").num(d.u.fs_d.valid_min).key("valid_max").num(d.u.fs_d.valid_max);
+      j.key("slider_min").num(d.u.fs_d.slider_min).key("slider_max").num(d.u.fs_d.slider_max);
+      j.key("default").num(d.u.fs_d.dephault).key("precision").num(d.u.fs_d.precision);
+      j.key("percent").boolean((d.u.fs_d.display_flags & PF_ValueDisplayFlag_PERCENT) != 0);
+      break;
+    case PF_Param_POPUP: {
+      j.key("default").num(d.u.pd.dephault).key("choices").openArray();
+      std::istringstream in(p.namesText);
+      std::string item;
+      while (std::getline(in, item, '|')) j.str(item);
+      j.closeArray();
+      break;
+    }
+    case PF_Param_CHECKBOX: j.key("default").boolean(d.u.bd.dephault != 0); break;
+    case PF_Param_BUTTON: j.key("label").str(p.namesText); break;
+    default: break;
+  }
+  j.key("flags").num(static_cast<double>(static_cast<uint32_t>(d.flags)));
+  j.key("ui_flags").num(static_cast<double>(static_cast<uint32_t>(d.ui_flags)));
+  j.close();
+}
 
 // The same readings as info(), as one JSON object on stdout.
 int infoJson(const HostOptions& opt) {
@@ -456,40 +503,7 @@ int infoJson(const HostOptions& opt) {
   if (err == PF_Err_NONE) {
     const auto& params = host.addedParams();
     const std::vector<ControlOption> options = controlOptions(params);
-    for (size_t i = 0; i < params.size(); ++i) {
-      const PF_ParamDef& d = params[i].def;
-      j.open().key("index").num(static_cast<double>(i + 1)).key("id").num(d.uu.id);
-      j.key("type").str(typeName(d.param_type)).key("name").str(d.name);
-      for (const ControlOption& o : options)
-        if (o.id == d.uu.id) j.key("option").str("--" + o.option);
-      switch (d.param_type) {
-        case PF_Param_FIX_SLIDER:
-          j.key("valid_min").num(d.u.fd.valid_min / 65536.0).key("valid_max").num(d.u.fd.valid_max / 65536.0);
-          j.key("slider_min").num(d.u.fd.slider_min / 65536.0).key("slider_max").num(d.u.fd.slider_max / 65536.0);
-          j.key("default").num(d.u.fd.dephault / 65536.0).key("precision").num(d.u.fd.precision);
-          break;
-        case PF_Param_FLOAT_SLIDER:
-          j.key("valid_min").num(d.u.fs_d.valid_min).key("valid_max").num(d.u.fs_d.valid_max);
-          j.key("slider_min").num(d.u.fs_d.slider_min).key("slider_max").num(d.u.fs_d.slider_max);
-          j.key("default").num(d.u.fs_d.dephault).key("precision").num(d.u.fs_d.precision);
-          j.key("percent").boolean((d.u.fs_d.display_flags & PF_ValueDisplayFlag_PERCENT) != 0);
-          break;
-        case PF_Param_POPUP: {
-          j.key("default").num(d.u.pd.dephault).key("choices").openArray();
-          std::istringstream in(params[i].namesText);
-          std::string item;
-          while (std::getline(in, item, '|')) j.str(item);
-          j.closeArray();
-          break;
-        }
-        case PF_Param_CHECKBOX: j.key("default").boolean(d.u.bd.dephault != 0); break;
-        case PF_Param_BUTTON: j.key("label").str(params[i].namesText); break;
-        default: break;
-      }
-      j.key("flags").num(static_cast<double>(static_cast<uint32_t>(d.flags)));
-      j.key("ui_flags").num(static_cast<double>(static_cast<uint32_t>(d.ui_flags)));
-      j.close();
-    }
+    for (size_t i = 0; i < params.size(); ++i) jsonControl(j, params[i], i + 1, options);
   }
   j.closeArray();
   err = host.sequenceSetup();

@@ -596,6 +596,22 @@ void finishSettings(Settings& s, const std::vector<std::string>& args, const std
 
 }  // namespace
 
+// One option per control: --X and --no-X for a checkbox, --X VALUE for the others.
+void addControlOptions(CLI::App& app, Settings& s, const std::vector<ControlOption>& controls) {
+  for (const ControlOption& o : controls) {
+    const int id = o.id;
+    if (o.kind == ControlOption::Kind::Checkbox) {
+      app.add_flag_callback("--" + o.option, [&s, id] { s.checkboxes[id] = true; }, o.help())->group("Controls");
+      app.add_flag_callback("--no-" + o.option, [&s, id] { s.checkboxes[id] = false; },
+                            "\"" + o.controlName() + "\" off")->group("Controls");
+    } else {
+      app.add_option_function<std::string>(
+             "--" + o.option, [&s, id](const std::string& v) { s.controlText[id] = v; }, o.help())
+          ->group("Controls");
+    }
+  }
+}
+
 int runRender(const std::vector<std::string>& args) {
   // From the start: Ctrl-C while the host is being set up ends as cleanly.
   InterruptGuard guard;
@@ -633,18 +649,7 @@ int runRender(const std::vector<std::string>& args) {
     app.add_flag("--check", s.check, "guard bytes around every world, checked after each render");
     app.add_flag("--align", s.align, "press \"Align\" for the input's size before rendering");
     app.add_option("--mask", s.mask, "\"Mask Source\": a still, sequence or video")->group("Controls");
-    for (const ControlOption& o : controls) {
-      const int id = o.id;
-      if (o.kind == ControlOption::Kind::Checkbox) {
-        app.add_flag_callback("--" + o.option, [&s, id] { s.checkboxes[id] = true; }, o.help())->group("Controls");
-        app.add_flag_callback("--no-" + o.option, [&s, id] { s.checkboxes[id] = false; },
-                              "\"" + o.controlName() + "\" off")->group("Controls");
-      } else {
-        app.add_option_function<std::string>(
-               "--" + o.option, [&s, id](const std::string& v) { s.controlText[id] = v; }, o.help())
-            ->group("Controls");
-      }
-    }
+    addControlOptions(app, s, controls);
     const std::vector<std::string> spelled = spellCheckboxes(args, controls);
     std::vector<const char*> argv{"tesselux render"};
     for (const std::string& a : spelled) argv.push_back(a.c_str());
