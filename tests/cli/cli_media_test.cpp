@@ -67,10 +67,12 @@ void expectFramesLikeFfmpeg(const std::string& path) {
     sequential.push_back(inOrder->read(k));
     ASSERT_EQ(sequential.back().type, cli::SampleType::U8);
     const double own = meanDiff(sequential.back(), reference[static_cast<size_t>(k)]);
-    for (int j : {k - 1, k + 1})
-      if (j >= 0 && j < static_cast<int>(reference.size()))
+    for (int j : {k - 1, k + 1}) {
+      if (j >= 0 && j < static_cast<int>(reference.size())) {
         EXPECT_LT(own, meanDiff(sequential.back(), reference[static_cast<size_t>(j)]))
             << path << ": frame " << k << " looks like ffmpeg's frame " << j;
+      }
+    }
   }
   std::vector<int> order(sequential.size());
   for (size_t i = 0; i < order.size(); ++i) order[i] = static_cast<int>(i);
